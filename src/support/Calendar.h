@@ -1,0 +1,36 @@
+#pragma once
+
+// The civil calendar of one time zone, for "today", "yesterday" and midnight. A value; every use
+// works on its own copy of the zone's rules, so threads may share one.
+
+#include <optional>
+#include <string>
+
+#include "support/Date.h"
+
+namespace tessivane {
+
+class Calendar final {
+ public:
+  /// The calendar of the zone that this computer is set to (TZ, else /etc/localtime), read now.
+  static Calendar current();
+
+  /// `zone` is an Olson name such as "America/New_York"; an unknown one counts as UTC.
+  explicit Calendar(std::string zone);
+
+  /// The first instant of the day that contains `date`. That is midnight, or the first instant
+  /// after the gap where the clocks skip midnight.
+  std::optional<Date> startOfDay(Date date) const;
+
+  /// `date` moved by whole calendar days, at the same time of day where that exists.
+  std::optional<Date> addingDays(int days, Date date) const;
+
+  const std::string& zone() const { return zone_; }
+
+  friend bool operator==(const Calendar&, const Calendar&) = default;
+
+ private:
+  std::string zone_;
+};
+
+}  // namespace tessivane
