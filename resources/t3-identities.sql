@@ -1,13 +1,16 @@
--- Which native sessions the live threads drive, as thread_id, native_id and driver. A thread has one
--- row for each native session it ever had: choosing another provider, rolling back and recovering
--- begin a new one, and every one of them leaves a transcript behind.
+-- Which native sessions the threads drive, as thread_id, native_id and driver. A thread has one row
+-- for each native session it ever had: choosing another provider, rolling back and recovering begin
+-- a new one, and every one of them leaves a transcript behind.
+--
+-- An archived thread still owns its sessions: what the person has put away in T3 must not come back
+-- as a session of its own. A deleted one does not.
 --
 -- A payload that is no JSON counts as empty: json_extract would end the whole statement over it.
 with
-live as (
+kept as (
   select thread_id
   from orchestration_v2_projection_threads
-  where deleted_at is null and archived_at is null
+  where deleted_at is null
 ),
 bound as materialized (
   select
@@ -60,4 +63,4 @@ from (
   union
   select thread_id, native_id, driver from imported
 )
-where native_id is not null and thread_id in (select thread_id from live)
+where native_id is not null and thread_id in (select thread_id from kept)

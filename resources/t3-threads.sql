@@ -2,6 +2,9 @@
 -- however long ago. ?1 is a date in T3's own form ("2026-10-05T09:00:00.000Z"), in which texts
 -- compare as their dates do.
 --
+-- Rows come one by one and newest first, in the order of "listed": a damaged page ends the statement,
+-- but not before what could be read has come. Hence no sorting at the end.
+--
 -- Payloads that are no JSON count as empty: json_extract would end the whole statement over one.
 -- Items are reached through runs in progress only, as a thread can have tens of thousands.
 --
@@ -43,16 +46,21 @@ pending as materialized (
   group by thread_id
 ),
 listed as materialized (
-  select thread_id
+  select thread_id, updated_at
   from orchestration_v2_projection_threads
   where deleted_at is null and archived_at is null and updated_at >= ?1
   union
-  select thread_id from pending
+  select thread.thread_id, thread.updated_at
+  from pending
+  cross join orchestration_v2_projection_threads thread on thread.thread_id = pending.thread_id
+  where thread.deleted_at is null and thread.archived_at is null
+  order by updated_at desc, thread_id
+  limit -1  -- without a limit SQLite takes the order of a part for needless
 ),
 -- The run that speaks for a thread: the one in progress, so that a follow-up in the queue does not
 -- hide it, else the newest that is not held back in the queue. A subagent inside a provider has no
 -- runs; its parent keeps its state.
-threads as materialized (
+threads as (
   select
     thread.thread_id,
     thread.project_id,
@@ -96,9 +104,8 @@ threads as materialized (
       limit 1
     ) as last_text
   from listed
-  join orchestration_v2_projection_threads thread on thread.thread_id = listed.thread_id
+  cross join orchestration_v2_projection_threads thread on thread.thread_id = listed.thread_id
   left join open_runs on open_runs.thread_id = thread.thread_id
-  where thread.deleted_at is null and thread.archived_at is null
 ),
 -- What is busy is told by active_turn_id, since not all words for it are known to be busy ones:
 -- "preparing" precedes a start, and "waiting" means that T3 saves its checkpoint, for seconds.
@@ -149,4 +156,3 @@ select
 from states
 left join pending on pending.thread_id = states.thread_id
 left join projection_projects project on project.project_id = states.project_id
-order by states.updated_at desc, states.thread_id

@@ -12,7 +12,7 @@
 namespace tessivane {
 
 /// An instant, exact to the microsecond: comparing and hashing lose nothing, and neither does a
-/// round trip through a database real between the years 1700 and 2240.
+/// round trip through a database real between the years 1835 and 2105.
 using Date = std::chrono::sys_time<std::chrono::microseconds>;
 using Seconds = std::chrono::duration<double>;
 using Clock = std::function<Date()>;

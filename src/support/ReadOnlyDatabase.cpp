@@ -243,10 +243,9 @@ void ReadOnlyDatabase::reopenIfStale() {
     return;
   }
   const bool copyStale = copy_ && !copy_->isCurrent(path_);
-  const bool snapshotStale =
-      snapshot_ && (fileExists(logPath(path_)) || fileStamp(path_) != snapshot_);
-  const bool logGone = readsLog_ && !fileExists(logPath(path_));
-  if (!copyStale && !snapshotStale && !logGone)
+  const bool snapshotStale = snapshot_ && fileStamp(path_) != snapshot_;
+  const bool logStale = !copy_ && fileExists(logPath(path_)) != readsLog_;
+  if (!copyStale && !snapshotStale && !logStale)
     return;
   close();
   connect();

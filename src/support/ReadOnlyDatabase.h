@@ -81,11 +81,13 @@ class ReadOnlyDatabase final {
   /// the database.
   ///
   /// - Log with its "-shm" index: "mode=ro", which sees every commit, and "readonly_shm=1", which
-  ///   leaves the index untouched. It is reopened when the writer takes its log away.
+  ///   leaves the index untouched.
   /// - Log without an index: a private copy of both files, as SQLite would create the index.
   /// - No log, but the header says write-ahead log: "immutable=1", as SQLite would create both
-  ///   companions. It is reopened as soon as the file changes or a log turns up.
+  ///   companions. It is reopened as soon as the file changes.
   /// - Anything else: "mode=ro".
+  ///
+  /// Each is reopened by the next query when a log turns up or goes away.
   static std::unique_ptr<ReadOnlyDatabase> open(const std::string& path,
                                                 DatabaseCopyMemo* copies = nullptr);
 
@@ -116,7 +118,7 @@ class ReadOnlyDatabase final {
   DatabaseCopyMemo copy_;  // set only while a private copy is open
   sqlite3* db_ = nullptr;
   std::optional<FileStamp> snapshot_;  // set only while open as immutable
-  bool readsLog_ = false;              // the writer may take its log away at any time
+  bool readsLog_ = false;              // set only while open through a log and its index
   std::string uri_;
   std::optional<std::string> lastError_;
 };

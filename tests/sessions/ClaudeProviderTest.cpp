@@ -221,9 +221,12 @@ TEST_F(ClaudeProviderTest, looksFurtherBackWhenOneLineFillsTheWindow) {
   };
   transcript("near", question + huge(300'000));
   transcript("far", question + huge(8'000'000));
-  const auto found = session();
-  EXPECT_EQ(found.nativeID, "near");
-  EXPECT_EQ(found.activity, *isoDate("2026-10-05T11:00:00Z"));
+  transcript("late", huge(300'000) + question);
+  const auto found = sessions();
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_EQ(found[0].nativeID, "late");
+  EXPECT_EQ(found[1].nativeID, "near");
+  EXPECT_EQ(found[1].activity, *isoDate("2026-10-05T11:00:00Z"));
 }
 
 TEST_F(ClaudeProviderTest, aFirstPromptMakesTheTitle) {
@@ -286,7 +289,8 @@ TEST_F(ClaudeProviderTest, leavesOutWhatIsNoTerminalSession) {
   home_.write(".claude/projects/p/old-file.jsonl", jsonLines({user("x")}), since_ - 1us);
   home_.write(".claude/projects/p/sub/deep.jsonl", jsonLines({user("x")}), now_);
   home_.write(".claude/projects/flat.jsonl", jsonLines({user("x")}), now_);
-  home_.write(".claude/projects/p/edge.jsonl", jsonLines({user("x")}), since_);
+  home_.write(
+      ".claude/projects/p/edge.jsonl", jsonLines({user("x", "2026-10-04T00:00:00Z")}), since_);
   EXPECT_EQ(session().nativeID, "edge");
 }
 
@@ -334,16 +338,19 @@ TEST_F(ClaudeProviderTest, aDesktopSessionNeedsNoTranscript) {
   metadata("local_bare.json", {{"lastActivityAt", 1791201600000}, {"title", ""}});  // now - 0
   metadata("other.json", {{"lastActivityAt", 1791201600000}});
   metadata("local_undated.json", {{"title", "x"}});
+  metadata("local_early.json", {{"lastActivityAt", 1791071999999}});  // just before the window
+  metadata("local_edge.json", {{"lastActivityAt", 1791072000000}});
   metadata("local_broken.json", "not an object");
   metadata("local_gone.json", {{"cliSessionId", "../../p/x"}, {"lastActivityAt", 1791201599000}});
   const auto found = sessions();
-  ASSERT_EQ(found.size(), 2U);
+  ASSERT_EQ(found.size(), 3U);
   EXPECT_EQ(found[0].nativeID, "local_bare.json");
   EXPECT_EQ(found[0].title, "(untitled)");
   EXPECT_EQ(found[0].detail, "Working");
   EXPECT_EQ(found[0].openURL, std::nullopt);
   EXPECT_EQ(found[0].resumeCommand(), std::nullopt);
-  EXPECT_EQ(found[1].transcriptPath, std::nullopt);
+  EXPECT_EQ(found[1].nativeID, "local_edge.json");
+  EXPECT_EQ(found[2].transcriptPath, std::nullopt);
 }
 
 TEST_F(ClaudeProviderTest, theMetadataSaysWhetherThePersonIsAwaited) {
@@ -362,6 +369,27 @@ TEST_F(ClaudeProviderTest, theMetadataSaysWhetherThePersonIsAwaited) {
              {{"lastActivityAt", 1791201600000}, {"interruptedAwaitingPerson", row.value}});
     EXPECT_EQ(session().status == SessionStatus::needsYou, row.awaits) << row.value;
   }
+}
+
+TEST_F(ClaudeProviderTest, theMetadataGoesBeforeTheTranscriptWhereItSaysMore) {
+  transcript(
+      "c",
+      jsonLines(
+          {user("q"), {{"permissionMode", "auto"}}, assistant(json::array({toolUse("Edit")}))}));
+  // Five minutes after the call, which is newer than the time in the metadata.
+  now_ = *isoDate("2026-10-05T11:05:01Z");
+  json object = {{"cliSessionId", "c"}, {"lastActivityAt", 1791190800000}};
+  metadata("local_1.json", object);
+  EXPECT_EQ(session().detail, "Running Edit");
+  EXPECT_EQ(session().activity, *isoDate("2026-10-05T11:00:01Z"));
+  object["permissionMode"] = "default";
+  metadata("local_1.json", object);
+  EXPECT_EQ(session().detail, "Edit may need your approval");
+  object["lastActivityAt"] = 1791198240000;  // a minute before now
+  now_ += 1s;
+  metadata("local_1.json", object);
+  EXPECT_EQ(session().activity, *isoDate("2026-10-05T11:04:00Z"));
+  EXPECT_EQ(session().detail, "Running Edit");
 }
 
 TEST_F(ClaudeProviderTest, theMetadataMayLieInTheConfigDirectory) {

@@ -1,0 +1,67 @@
+#include "app/CommandLine.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "support/Version.h"
+
+namespace tessivane {
+
+namespace {
+
+using Mode = CommandLine::Mode;
+
+constexpr std::array<std::pair<std::string_view, Mode>, 4> modes = {{
+    {"--help", Mode::help},
+    {"-h", Mode::help},
+    {"--version", Mode::version},
+    {"--dump", Mode::dump},
+}};
+
+std::optional<Mode> modeNamed(std::string_view argument) {
+  for (const auto& [name, mode] : modes) {
+    if (name == argument)
+      return mode;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::variant<CommandLine, CommandLineError> parseCommandLine(
+    const std::vector<std::string>& arguments) {
+  std::optional<Mode> chosen;
+  for (const std::string& argument : arguments) {
+    const auto mode = modeNamed(argument);
+    if (!mode)
+      return CommandLineError{"unknown argument \"" + argument + "\""};
+    chosen = chosen ? std::min(*chosen, *mode) : *mode;
+  }
+  return CommandLine{.mode = chosen.value_or(Mode::help)};
+}
+
+std::string helpText() {
+  return R"(Usage: tessivane MODE
+
+Tells for each coding session of Claude Code, Codex and T3 Code on this computer
+whether it needs you, works, has finished its turn or is idle. It reads what
+these programs leave on disk and never changes it.
+
+Modes:
+  --dump      List the sessions of today and yesterday, one a line, as columns
+              separated by tabs: last activity (UTC), agent, kind, status,
+              project, detail, title. Standard error tells how long a first and
+              a repeated pass took.
+  --help, -h  Show this text.
+  --version   Show the version.
+)";
+}
+
+std::string versionText() {
+  return "Tessivane " + std::string(programVersion);
+}
+
+}  // namespace tessivane

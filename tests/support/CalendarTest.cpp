@@ -1,0 +1,51 @@
+#include "support/Calendar.h"
+
+#include <cstdlib>
+
+#include <gtest/gtest.h>
+
+namespace tessivane {
+namespace {
+
+TEST(CalendarTest, FindsMidnightsWhereTheClocksChange) {
+  struct Row {
+    std::string zone, instant, start, dayBefore;
+  };
+  const Row rows[] = {
+      {"UTC", "2024-03-01T23:59:59Z", "2024-03-01T00:00:00Z", "2024-02-29T00:00:00Z"},
+      {"UTC", "1969-12-31T23:59:59Z", "1969-12-31T00:00:00Z", "1969-12-30T00:00:00Z"},
+      {"Asia/Kathmandu", "2026-01-01T00:00:00Z", "2025-12-31T18:15:00Z", "2025-12-30T18:15:00Z"},
+      {"America/New_York", "2026-07-05T04:00:00Z", "2026-07-05T04:00:00Z", "2026-07-04T04:00:00Z"},
+      // The clocks go on, and back, at two in the morning.
+      {"America/New_York", "2026-03-08T12:00:00Z", "2026-03-08T05:00:00Z", "2026-03-07T05:00:00Z"},
+      {"America/New_York", "2026-03-09T12:00:00Z", "2026-03-09T04:00:00Z", "2026-03-08T05:00:00Z"},
+      {"America/New_York", "2026-11-01T12:00:00Z", "2026-11-01T04:00:00Z", "2026-10-31T04:00:00Z"},
+      {"America/New_York", "2026-11-02T12:00:00Z", "2026-11-02T05:00:00Z", "2026-11-01T04:00:00Z"},
+      // 23:59:59 is followed by 01:00:00.
+      {"America/Sao_Paulo", "2018-11-04T02:59:59Z", "2018-11-03T03:00:00Z", "2018-11-02T03:00:00Z"},
+      {"America/Sao_Paulo", "2018-11-04T12:00:00Z", "2018-11-04T03:00:00Z", "2018-11-03T04:00:00Z"},
+      {"America/Sao_Paulo", "2018-11-05T12:00:00Z", "2018-11-05T02:00:00Z", "2018-11-04T03:00:00Z"},
+      // 23:29:59 is followed by 00:30:00.
+      {"America/Toronto", "1919-03-31T12:00:00Z", "1919-03-31T04:30:00Z", "1919-03-30T05:30:00Z"},
+      // 00:59:59 is followed by a second midnight.
+      {"America/Havana", "2018-11-04T05:30:00Z", "2018-11-04T04:00:00Z", "2018-11-03T04:00:00Z"},
+      {"Nowhere/Town", "2026-07-05T12:00:00Z", "2026-07-05T00:00:00Z", "2026-07-04T00:00:00Z"}};
+  for (const auto& row : rows) {
+    const Calendar calendar(row.zone);
+    const Date start = calendar.startOfDay(*isoDate(row.instant)).value();
+    EXPECT_EQ(isoText(start), row.start) << row.zone << " " << row.instant;
+    EXPECT_EQ(isoText(*calendar.addingDays(-1, start)), row.dayBefore) << row.zone << row.instant;
+  }
+  EXPECT_EQ(Calendar("UTC").addingDays(-1, distantPast), std::nullopt);
+}
+
+TEST(CalendarTest, FollowsTheZoneOfTheComputer) {
+  for (const char* zone : {"America/Sao_Paulo", "Asia/Tokyo"}) {
+    ::setenv("TZ", zone, 1);
+    EXPECT_EQ(Calendar::current(), Calendar(zone));
+  }
+  ::unsetenv("TZ");
+}
+
+}  // namespace
+}  // namespace tessivane

@@ -1,0 +1,42 @@
+#include "support/Paths.h"
+
+#include <cstdlib>
+
+#include <gtest/gtest.h>
+
+namespace tessivane {
+namespace {
+
+TEST(PathsTest, HomeIsAbsoluteWhateverTheEnvironmentHolds) {
+  for (const auto* bad : {"", "home/ann", "~"})
+    EXPECT_EQ(homeDirectory(bad, "/home/account/"), "/home/account");
+  EXPECT_EQ(homeDirectory(std::nullopt, "/home/account"), "/home/account");
+  EXPECT_EQ(homeDirectory(std::nullopt, "relative"), "/");
+  EXPECT_EQ(homeDirectory("/home/ann", "/home/account"), "/home/ann");
+  EXPECT_EQ(homeDirectory("/home/ann//", "/home/account"), "/home/ann");
+  EXPECT_EQ(homeDirectory("//", "/home/account"), "/");
+}
+
+TEST(PathsTest, TheConfigDirectoryIsAbsolute) {
+  ::setenv("XDG_CONFIG_HOME", "own", 1);
+  EXPECT_EQ(Paths::configDirectory(), joinedPath(Paths::home(), ".config"));
+  ::setenv("XDG_CONFIG_HOME", "/etc/own/", 1);
+  EXPECT_EQ(Paths::configDirectory(), "/etc/own");
+  ::unsetenv("XDG_CONFIG_HOME");
+  EXPECT_EQ(Paths::configDirectory(), joinedPath(Paths::home(), ".config"));
+}
+
+TEST(PathsTest, TakesPathsApartAndTogether) {
+  EXPECT_EQ(joinedPath("/", "a"), "/a");
+  EXPECT_EQ(joinedPath("/a", "b/c"), "/a/b/c");
+  for (const auto* path : {"/a/b", "//a/b/", "/a/b//", "/a/./b/.", "/a/b/c/..", "/../a/b"})
+    EXPECT_EQ(standardizedPath(path), "/a/b") << path;
+  EXPECT_EQ(standardizedPath("/..") + standardizedPath(""), "/");
+  for (const auto* path : {"/a/..b", "..b", "/..b//"})
+    EXPECT_EQ(lastPathComponent(path), "..b") << path;
+  EXPECT_EQ(lastPathComponent("//"), "/");
+  EXPECT_EQ(lastPathComponent(""), "");
+}
+
+}  // namespace
+}  // namespace tessivane
