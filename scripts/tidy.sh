@@ -10,8 +10,10 @@ root=$(dirname -- "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")")
 cd -- "$root" || exit 1
 source scripts/packages.sh
 database=build/clang/compile_commands.json
-clean=build/tidy
+# Beside the caches of other tools, so that a fresh clone profits from it too.
+clean=${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/tessivane/tidy
 mkdir -p "$clean"
+list=build/tidy.list
 
 # settings_hash: what every file's result rests on.
 settings_hash() {
@@ -27,10 +29,11 @@ tidy_file() {
   local file=$1 command=$2 headers key output
   # When this fails, clang-tidy below tells why.
   if headers=$(eval "$command -MM -MT x -o /dev/stdout" 2>/dev/null); then
+    # Where the clone lies does not matter.
     key=$({
       printf '%s\n' "$settings" "$command"
       sed -e 's/^x://' -e 's/ \\$//' <<<"$headers" | xargs sha256sum
-    } | sha256sum)
+    } | sed -e "s|$root/||g" | sha256sum)
     key=$clean/${key%% *}
     [[ -e $key ]] && touch "$key" && return 0
   fi
@@ -52,17 +55,17 @@ sed -n -e 's/^ *"command": "\(.*\)",$/\1/p' -e 's/^ *"file": "\(.*\)",\{0,1\}$/\
   sed -e 's/\\\(["\\]\)/\1/g' |
   while IFS= read -r command && IFS= read -r file; do
     [[ $file == "$root"/build/* ]] || printf '%s\0%s\0' "$file" "$command"
-  done >"$clean.list"
+  done >"$list"
 
 # What no target compiles would never be looked at.
 status=0
 while IFS= read -r file; do
-  if ! grep -qzxF -- "$root/$file" "$clean.list"; then
+  if ! grep -qzxF -- "$root/$file" "$list"; then
     echo "$file: no target of the preset clang compiles it"
     status=1
   fi
 done < <(find src tests bench -name '*.cpp')
 
-xargs -0 -r -n 2 -P "$(nproc)" bash -c 'tidy_file "$@"' tidy <"$clean.list" || status=1
+xargs -0 -r -n 2 -P "$(nproc)" bash -c 'tidy_file "$@"' tidy <"$list" || status=1
 find "$clean" -type f -mtime +30 -delete
 exit $status
