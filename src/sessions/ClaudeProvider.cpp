@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <utility>
 
@@ -69,6 +70,19 @@ void collectMetadataFiles(const std::string& directory,
       collectMetadataFiles(path, depth + 1, paths);
     }
   }
+}
+
+// The directory in which the client keeps the transcripts of sessions started in `cwd`: each
+// character but letters and digits becomes a dash (seen in 1.0.128 to 2.1.330; long names are cut).
+// A session can have moved on from where it started, so this is the best guess, not the answer.
+std::string projectDirectoryName(std::string_view cwd) {
+  std::string name(cwd);
+  std::replace_if(
+      name.begin(),
+      name.end(),
+      [](char c) { return std::isalnum(static_cast<unsigned char>(c)) == 0; },
+      '-');
+  return name;
 }
 
 // A session id names a file in a project directory. One that would lead elsewhere names none.
@@ -148,7 +162,7 @@ std::optional<AgentSession> ClaudeProvider::desktopSession(const File& file,
   static const TranscriptTail noTail;
   std::optional<std::string> transcript;
   if (metadata.cliSessionID)
-    transcript = transcriptPath(*metadata.cliSessionID, projectNames);
+    transcript = transcriptPath(*metadata.cliSessionID, metadata.cwd.value_or(""), projectNames);
   std::optional<FileStamp> stamp;
   if (transcript)
     stamp = fileStamp(*transcript);
@@ -250,13 +264,9 @@ const std::vector<std::string>& ClaudeProvider::recentTranscripts(Date since) {
   recentCache_.clear();
   for (const std::string& project : directoryEntries(directories_.projects)) {
     const std::string directory = joinedPath(directories_.projects, project);
-    for (const std::string& name : directoryEntries(directory)) {
-      if (!name.ends_with(transcriptSuffix))
-        continue;
-      std::string path = joinedPath(directory, name);
-      const auto modified = modificationDate(path);
-      if (modified && *modified >= since)
-        recentCache_.push_back(std::move(path));
+    for (const NamedStamp& file : filesInDirectory(directory, transcriptSuffix)) {
+      if (file.stamp.modificationDate() >= since)
+        recentCache_.push_back(joinedPath(directory, file.name));
     }
   }
   std::sort(recentCache_.begin(), recentCache_.end());
@@ -264,22 +274,27 @@ const std::vector<std::string>& ClaudeProvider::recentTranscripts(Date since) {
 }
 
 std::optional<std::string> ClaudeProvider::transcriptPath(const std::string& id,
+                                                          const std::string& cwd,
                                                           ProjectNames& projectNames) {
   if (!isFileName(id))
     return std::nullopt;
   const auto known = transcriptCache_.find(id);
   if (known != transcriptCache_.end() && fileExists(known->second))
     return known->second;
+  const std::string name = id + std::string(transcriptSuffix);
+  const auto existsIn = [&](const std::string& project) {
+    std::string path = joinedPath(joinedPath(directories_.projects, project), name);
+    const bool exists = fileExists(path);
+    if (exists)
+      transcriptCache_[id] = std::move(path);
+    return exists;
+  };
+  if (!cwd.empty() && existsIn(projectDirectoryName(cwd)))
+    return transcriptCache_[id];
   if (!projectNames)
     projectNames = directoryEntries(directories_.projects);
-  const std::string name = id + std::string(transcriptSuffix);
-  for (const std::string& project : *projectNames) {
-    std::string path = joinedPath(joinedPath(directories_.projects, project), name);
-    if (!fileExists(path))
-      continue;
-    transcriptCache_[id] = path;
-    return path;
-  }
+  if (std::any_of(projectNames->begin(), projectNames->end(), existsIn))
+    return transcriptCache_[id];
   return std::nullopt;
 }
 

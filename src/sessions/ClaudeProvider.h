@@ -74,7 +74,9 @@ class ClaudeProvider final : public SessionProvider {
                                               ProjectRootResolver& roots);
 
   const std::vector<std::string>& recentTranscripts(Date since);
-  std::optional<std::string> transcriptPath(const std::string& id, ProjectNames& projectNames);
+  std::optional<std::string> transcriptPath(const std::string& id,
+                                            const std::string& cwd,
+                                            ProjectNames& projectNames);
   const std::optional<ClaudeDesktopMetadata>& metadata(const File& file);
   const TranscriptTail& tail(const std::string& path, const FileStamp& stamp);
   const TranscriptHead& head(const std::string& path, const FileStamp& stamp);

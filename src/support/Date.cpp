@@ -105,8 +105,8 @@ std::optional<minutes> takeZone(std::string_view& text) {
 
 // Splits an instant into the civil fields that the text forms print.
 struct CivilTime {
-  year_month_day day;
-  hh_mm_ss<microseconds> time;
+  year_month_day day = {};
+  hh_mm_ss<microseconds> time = {};
 };
 
 CivilTime civilTime(Date date) {

@@ -9,6 +9,8 @@
 #include <memory>
 #include <utility>
 
+#include "support/FunctionRef.h"
+
 namespace tessivane {
 
 namespace {
@@ -20,6 +22,19 @@ std::optional<FileStamp> stampOfRegularFile(const struct stat& status) {
                    .size = status.st_size,
                    .seconds = status.st_mtim.tv_sec,
                    .nanoseconds = status.st_mtim.tv_nsec};
+}
+
+// Calls with the descriptor of the directory and each name but "." and "..".
+void visitDirectory(const std::string& path, FunctionRef<void(int, const char*)> visit) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.c_str()), ::closedir);
+  if (!directory)
+    return;
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): safe, as each call here has a stream of its own
+  while (const dirent* entry = ::readdir(directory.get())) {
+    const char* name = static_cast<const char*>(entry->d_name);
+    if (std::string_view(name) != "." && std::string_view(name) != "..")
+      visit(::dirfd(directory.get()), name);
+  }
 }
 
 }  // namespace
@@ -50,16 +65,21 @@ bool fileExists(const std::string& path) {
 
 std::vector<std::string> directoryEntries(const std::string& path) {
   std::vector<std::string> names;
-  const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.c_str()), ::closedir);
-  if (!directory)
-    return names;
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): safe, as each call here has a stream of its own
-  while (const dirent* entry = ::readdir(directory.get())) {
-    const std::string_view name = static_cast<const char*>(entry->d_name);
-    if (name != "." && name != "..")
-      names.emplace_back(name);
-  }
+  visitDirectory(path, [&names](int /*directory*/, const char* name) { names.emplace_back(name); });
   return names;
+}
+
+std::vector<NamedStamp> filesInDirectory(const std::string& path, std::string_view suffix) {
+  std::vector<NamedStamp> files;
+  visitDirectory(path, [&](int directory, const char* name) {
+    struct stat status {};
+    // Relative to the open directory: the kernel does not walk the whole path for every file.
+    if (!std::string_view(name).ends_with(suffix) || ::fstatat(directory, name, &status, 0) != 0)
+      return;
+    if (const auto stamp = stampOfRegularFile(status))
+      files.push_back({.name = name, .stamp = *stamp});
+  });
+  return files;
 }
 
 std::optional<std::string> readWholeFile(const std::string& path, std::size_t maxBytes) {

@@ -42,6 +42,15 @@ bool fileExists(const std::string& path);
 /// A directory that cannot be listed counts as empty.
 std::vector<std::string> directoryEntries(const std::string& path);
 
+struct NamedStamp {
+  std::string name = {};
+  FileStamp stamp = {};
+};
+
+/// The regular files in a directory whose names end in `suffix`, links followed, in the order of
+/// the listing. A directory that cannot be listed counts as empty.
+std::vector<NamedStamp> filesInDirectory(const std::string& path, std::string_view suffix);
+
 /// The whole regular file at `path`; nothing if it is larger than `maxBytes` or cannot be read.
 std::optional<std::string> readWholeFile(const std::string& path, std::size_t maxBytes);
 

@@ -18,7 +18,8 @@ class FunctionRef<Result(Arguments...)> final {
   template <typename Callable>
   requires(!std::is_same_v<std::remove_cvref_t<Callable>, FunctionRef> &&
            std::is_invocable_r_v<Result, Callable&, Arguments...>)
-      // NOLINTNEXTLINE(google-explicit-constructor): a lambda is meant to convert at the call.
+      // A lambda is meant to convert at the call.
+      // NOLINTNEXTLINE(google-explicit-constructor,bugprone-forwarding-reference-overload)
       FunctionRef(Callable&& callable)
       : callable_(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
         invoke_([](void* target, Arguments... arguments) -> Result {

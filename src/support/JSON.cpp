@@ -237,6 +237,7 @@ bool JSONValue::visitElements(ElementVisitor visitor) {
     return false;
   for (auto result : array) {
     ondemand::value element;
+    // NOLINTNEXTLINE(performance-move-const-arg): this get() takes rvalues only
     if (std::move(result).get(element) != SUCCESS) {
       *broken_ = true;
       return true;

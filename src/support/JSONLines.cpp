@@ -9,7 +9,7 @@ namespace tessivane {
 namespace {
 
 // The first read of a window. Most answers lie within it; each further read doubles what is there.
-constexpr std::size_t firstChunk = 32 * 1024;
+constexpr std::size_t firstChunk = 16 * 1024;
 
 constexpr std::size_t keptRoom = 1 << 20;
 

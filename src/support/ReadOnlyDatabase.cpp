@@ -259,22 +259,26 @@ std::vector<DatabaseRow> ReadOnlyDatabase::query(std::string_view sql,
     lastError_ = cannotOpen;
     return {};
   }
+  std::vector<DatabaseRow> rows;
   sqlite3_stmt* statement = nullptr;
-  const int prepared =
+  int result =
       sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &statement, nullptr);
-  if (prepared != SQLITE_OK) {
+  if (result == SQLITE_OK) {
+    for (std::size_t i = 0; i < params.size(); ++i) {
+      sqlite3_bind_text(statement,
+                        static_cast<int>(i + 1),
+                        params[i].data(),
+                        static_cast<int>(params[i].size()),
+                        SQLITE_TRANSIENT);
+    }
+    rows = stepThrough(statement);
+    result = sqlite3_finalize(statement);
+  } else {
     lastError_ = sqlite3_errmsg(db_);
-    return {};
   }
-  for (std::size_t i = 0; i < params.size(); ++i) {
-    sqlite3_bind_text(statement,
-                      static_cast<int>(i + 1),
-                      params[i].data(),
-                      static_cast<int>(params[i].size()),
-                      SQLITE_TRANSIENT);
-  }
-  auto rows = stepThrough(statement);
-  sqlite3_finalize(statement);
+  // What lies beside the file is no longer what the mode was chosen for: the next query looks anew.
+  if (result == SQLITE_CANTOPEN)
+    close();
   return rows;
 }
 
