@@ -36,7 +36,7 @@ namespace {
 
 }  // namespace
 
-DatabaseOwner::DatabaseOwner(std::string path) {
+DatabaseOwner::DatabaseOwner(const std::string& path) {
   std::array<int, 2> sockets{};
   if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, sockets.data()) != 0)
     throw std::runtime_error("DatabaseOwner: no socket");

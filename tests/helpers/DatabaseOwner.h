@@ -14,7 +14,7 @@ namespace tessivane {
 class DatabaseOwner final {
  public:
   /// The database is opened, and made if need be, by the first `run`.
-  explicit DatabaseOwner(std::string path);
+  explicit DatabaseOwner(const std::string& path);
   DatabaseOwner(const DatabaseOwner&) = delete;
   DatabaseOwner& operator=(const DatabaseOwner&) = delete;
   /// Closes like `close`.

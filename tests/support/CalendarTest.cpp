@@ -41,10 +41,10 @@ TEST(CalendarTest, FindsMidnightsWhereTheClocksChange) {
 
 TEST(CalendarTest, FollowsTheZoneOfTheComputer) {
   for (const char* zone : {"America/Sao_Paulo", "Asia/Tokyo"}) {
-    ::setenv("TZ", zone, 1);
+    ::setenv("TZ", zone, 1);  // NOLINT(concurrency-mt-unsafe)
     EXPECT_EQ(Calendar::current(), Calendar(zone));
   }
-  ::unsetenv("TZ");
+  ::unsetenv("TZ");  // NOLINT(concurrency-mt-unsafe)
 }
 
 }  // namespace

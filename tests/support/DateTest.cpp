@@ -42,16 +42,15 @@ TEST(DateTest, ReadsInternetDateTimes) {
     EXPECT_EQ(isoDate(text), std::nullopt) << text;
 }
 
-TEST(DateTest, WhatIsWrittenReadsBackAndKeepsItsOrder) {
+TEST(DateTest, WritesTimesRoundedDown) {
+  EXPECT_EQ(isoText(Date{} - 1us), "1969-12-31T23:59:59Z");
+  EXPECT_EQ(isoTextWithMilliseconds(october + 7999us), "2026-10-05T09:00:00.007Z");
   std::mt19937_64 random(20261005);
-  std::uniform_int_distribution<std::int64_t> count(-4'250'000'000'000'000, 4'250'000'000'000'000);
   for (int i = 0; i < 2000; ++i) {
-    const Date date{microseconds{count(random)}};
-    const Date later = date + seconds(random() % 9);
-    EXPECT_EQ(isoDate(isoText(date)), floor<seconds>(date));
-    EXPECT_EQ(isoDate(isoTextWithMilliseconds(date)), floor<milliseconds>(date));
-    EXPECT_LE(isoTextWithMilliseconds(date), isoTextWithMilliseconds(later));
-    EXPECT_EQ(dateFromSeconds(secondsSince1970(date)), date) << date.time_since_epoch().count();
+    const auto count = static_cast<std::int64_t>(random()) % 4'250'000'000'000'000;
+    const Date exact{microseconds(count)};
+    EXPECT_EQ(isoDate(isoTextWithMilliseconds(exact)), floor<milliseconds>(exact));
+    EXPECT_EQ(dateFromSeconds(secondsSince1970(exact)), exact) << count;
   }
 }
 

@@ -1,7 +1,6 @@
 #include "support/JSON.h"
 
 #include <cmath>
-#include <random>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -38,8 +37,9 @@ json rebuilt(JSONValue& value) {
 std::optional<json> read(std::string_view line, const json* wanted = nullptr) {
   json result = json::object();
   const bool whole = reader.visit(line, [&](std::string_view key, JSONValue& value) {
-    if (wanted == nullptr || wanted->contains(key))
-      result[JSONText{key}.decoded()] = rebuilt(value);
+    const std::string name = JSONText{key}.decoded();
+    if (wanted == nullptr || wanted->contains(name))
+      result[name] = rebuilt(value);
   });
   return whole ? std::optional(result) : std::nullopt;
 }
@@ -48,41 +48,19 @@ bool isWhole(std::string_view line) {
   return reader.visit(line, [](std::string_view, JSONValue&) {});
 }
 
-const json entry = json::parse(R"({"flag": true, "message": {"content": [
-    {"text": "a \"q\" \\ é😀 }]"}, {"x": -1.5}], "usage": {"n": null, "o": {}}},
-    "last": {"deep": [[1, 2], [[3]], {"in": {}}]}})");
-
-json randomValue(std::mt19937& random, int depth) {
-  const json atoms = json::parse(
-      R"(["", "a", "é😀\"\\\n\u0001/]}{[:,", 1.5, -2e-7, 1e300, 12345678, true, false, null])");
-  if (depth > 0 && (depth > 5 || random() % 2 == 0))
-    return atoms[random() % atoms.size()];
-  json value = depth > 0 && random() % 2 == 0 ? json::array() : json::object();
-  for (auto count = random() % 4; count > 0; --count) {
-    const json inner = randomValue(random, depth + 1);
-    const std::string key = atoms[random() % 3];
-    value.is_array() ? value.push_back(inner) : value.push_back({key, inner});
-  }
-  return value;
-}
-
-TEST(JSONTest, ReadsWhatAnotherLibraryWrote) {
-  std::mt19937 random(20261005);
-  for (int i = 0; i < 3000; ++i) {
-    const json object = randomValue(random, 0);
-    const std::string line = object.dump(i % 3 - 1, ' ', i % 2 == 0) + (i % 5 == 0 ? "\r" : "");
-    ASSERT_EQ(read(line), object) << line;
-  }
-}
+const json entry =
+    json::parse(R"({"flag\\\"{": true, "message": {"content": [{"text": "a \"q\" \\ é😀 }]"},
+    {"x": -1.5}, []], "usage": {"n": null, "o": {}}, "ü \n": false}, "last": [[1, 2], [[3]], {"\\": {}}]})");
 
 TEST(JSONTest, FieldsThatAreNotVisitedDoNotDisturbOthers) {
   for (unsigned mask = 0; mask < 8; ++mask) {
     json wanted = entry;
-    for (const auto& [name, bit] : {std::pair("flag", 1U), {"last", 2U}, {"message", 4U}}) {
+    for (const auto& [name, bit] : {std::pair("flag\\\"{", 1U), {"last", 2U}, {"message", 4U}}) {
       if ((mask & bit) == 0)
         wanted.erase(name);
     }
-    EXPECT_EQ(read(entry.dump(), &wanted), wanted);
+    for (const int indent : {-1, 0, 3})
+      EXPECT_EQ(read(entry.dump(indent, ' ', indent == 0) + "\r", &wanted), wanted);
   }
   std::string keys;
   EXPECT_TRUE(reader.visit(R"({"a":1,"a":{},"b\u0041":[],"a":2})",
@@ -158,7 +136,7 @@ TEST(JSONTest, TextIsDecodedWhateverItsEscapes) {
   for (const auto& [escaped, expected] : rows) {
     EXPECT_EQ(read("{\"t\": \"" + escaped + "\" \t}"), json({{"t", expected}}));
     const JSONText text{escaped};
-    EXPECT_TRUE(text.is(expected) && !text.is(expected + "x")) << escaped;
+    EXPECT_TRUE(text.is(expected) && !text.is(expected + "x") && !text.is(escaped));
   }
   EXPECT_EQ(JSONText{"a\\"}.decoded(), "a\uFFFD");
 }
