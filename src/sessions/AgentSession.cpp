@@ -167,9 +167,10 @@ std::string sessionKey(Agent agent, std::string_view nativeID) {
 
 Date windowStart(Date now, const Calendar& calendar) {
   const auto today = calendar.startOfDay(now);
-  if (!today)
-    return now;
-  return calendar.addingDays(-1, *today).value_or(now);
+  const auto yesterday = today ? calendar.addingDays(-1, *today) : std::nullopt;
+  // Where the clocks skipped midnight, today began at one, and a day earlier is one too.
+  const auto start = yesterday ? calendar.startOfDay(*yesterday) : std::nullopt;
+  return start.value_or(now);
 }
 
 }  // namespace tessivane

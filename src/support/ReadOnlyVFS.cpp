@@ -7,8 +7,7 @@ namespace tessivane {
 namespace {
 
 sqlite3_vfs* baseVFS() {
-  static sqlite3_vfs* const base = sqlite3_vfs_find(nullptr);
-  return base;
+  return sqlite3_vfs_find(nullptr);
 }
 
 int openForReading(

@@ -42,13 +42,17 @@ std::int32_t characterStart(std::string_view text, std::int32_t begin, std::int3
   return start;
 }
 
+std::unique_ptr<icu::BreakIterator> makeCharacterBreaks() {
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::BreakIterator> breaks(
+      icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+  if (U_FAILURE(status))
+    breaks.reset();
+  return breaks;
+}
+
 icu::BreakIterator* characterBreaks() {
-  thread_local const std::unique_ptr<icu::BreakIterator> breaks = [] {
-    UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::BreakIterator> created(
-        icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-    return U_SUCCESS(status) ? std::move(created) : nullptr;
-  }();
+  thread_local const std::unique_ptr<icu::BreakIterator> breaks = makeCharacterBreaks();
   return breaks.get();
 }
 

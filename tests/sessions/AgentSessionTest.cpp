@@ -39,6 +39,8 @@ TEST(WindowStart, isMidnightOfYesterdayWhateverTheHourAndTheClockChange) {
            {"America/New_York", "2026-03-08T16:00:00Z", "2026-03-07T05:00:00Z"},
            {"America/New_York", "2026-11-02T16:00:00Z", "2026-11-01T04:00:00Z"},
            {"America/New_York", "2026-11-01T16:00:00Z", "2026-10-31T04:00:00Z"},
+           // A day that begins at one in the morning.
+           {"America/Sao_Paulo", "2018-11-04T12:00:00Z", "2018-11-03T03:00:00Z"},
        }) {
     EXPECT_EQ(isoText(windowStart(*isoDate(row.now), Calendar(row.zone))), row.start)
         << row.zone << " " << row.now;
