@@ -89,12 +89,12 @@ TEST(ClaudeStatus, followsTheTailTheModeAndTheAge) {
   const TranscriptTail done{.lastIsAssistant = true};
   const TranscriptTail tool{.lastIsAssistant = true, .pendingTool = "Bash"};
   struct Row {
-    bool awaiting;
-    TranscriptTail tail;
-    std::optional<std::string> mode;
-    double age;
-    SessionStatus status;
-    const char* detail;
+    bool awaiting = false;
+    TranscriptTail tail = {};
+    std::optional<std::string> mode = {};
+    double age = 0;
+    SessionStatus status = SessionStatus::idle;
+    const char* detail = "";
   };
   using enum SessionStatus;
   for (const Row& row : std::initializer_list<Row>{
