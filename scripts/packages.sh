@@ -3,12 +3,15 @@
 build_packages=(
   cmake
   g++
+  libasio-dev
   libfmt-dev
+  libglib2.0-dev
   libicu-dev
   libsimdjson-dev
   libsqlite3-dev
   ninja-build
   nlohmann-json3-dev
+  pkgconf
 )
 
 check_packages=(

@@ -31,7 +31,7 @@ std::unique_ptr<icu::GregorianCalendar> civilCalendar(const std::string& zone) {
   auto calendar = std::make_unique<icu::GregorianCalendar>(rules.release(), status);
   if (U_FAILURE(status))
     return nullptr;
-  // A midnight that the clocks skip becomes the first instant after the gap.
+  // An hour that the clocks skip becomes the first instant after the gap.
   calendar->setSkippedWallTimeOption(UCAL_WALLTIME_NEXT_VALID);
   calendar->setRepeatedWallTimeOption(UCAL_WALLTIME_FIRST);
   return calendar;
@@ -51,15 +51,7 @@ Calendar Calendar::current() {
 Calendar::Calendar(std::string zone) : zone_(std::move(zone)) {}
 
 std::optional<Date> Calendar::startOfDay(Date date) const {
-  const auto calendar = civilCalendar(zone_);
-  if (!calendar)
-    return std::nullopt;
-  UErrorCode status = U_ZERO_ERROR;
-  calendar->setTime(icuDate(date), status);
-  for (const auto field : {UCAL_HOUR_OF_DAY, UCAL_MINUTE, UCAL_SECOND, UCAL_MILLISECOND}) {
-    calendar->set(field, 0);
-  }
-  return fromICU(calendar->getTime(status), status);
+  return atHour(0, date);
 }
 
 std::optional<Date> Calendar::addingDays(int days, Date date) const {
@@ -69,6 +61,19 @@ std::optional<Date> Calendar::addingDays(int days, Date date) const {
   UErrorCode status = U_ZERO_ERROR;
   calendar->setTime(icuDate(date), status);
   calendar->add(UCAL_DATE, days, status);
+  return fromICU(calendar->getTime(status), status);
+}
+
+std::optional<Date> Calendar::atHour(int hour, Date date) const {
+  const auto calendar = civilCalendar(zone_);
+  if (!calendar)
+    return std::nullopt;
+  UErrorCode status = U_ZERO_ERROR;
+  calendar->setTime(icuDate(date), status);
+  calendar->set(UCAL_HOUR_OF_DAY, hour);
+  for (const auto field : {UCAL_MINUTE, UCAL_SECOND, UCAL_MILLISECOND}) {
+    calendar->set(field, 0);
+  }
   return fromICU(calendar->getTime(status), status);
 }
 

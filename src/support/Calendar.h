@@ -25,6 +25,11 @@ class Calendar final {
   /// `date` moved by whole calendar days, at the same time of day where that exists.
   std::optional<Date> addingDays(int days, Date date) const;
 
+  /// `hour` o'clock (0 to 23) on the day that contains `date`, whether that is before or after it.
+  /// An hour that the clocks skip gives the first instant after the gap, one that they go through
+  /// twice the first of the two.
+  std::optional<Date> atHour(int hour, Date date) const;
+
   const std::string& zone() const { return zone_; }
 
   friend bool operator==(const Calendar&, const Calendar&) = default;

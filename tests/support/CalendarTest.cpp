@@ -47,5 +47,32 @@ TEST(CalendarTest, FollowsTheZoneOfTheComputer) {
   ::unsetenv("TZ");  // NOLINT(concurrency-mt-unsafe)
 }
 
+TEST(CalendarTest, FindsAnHourAlsoWhereTheClocksChange) {
+  struct Row {
+    const char* zone;
+    int hour;
+    const char* date;
+    const char* found;
+  };
+  for (const Row& row : std::initializer_list<Row>{
+           {"UTC", 8, "2026-10-05T00:00:00Z", "2026-10-05T08:00:00Z"},
+           {"UTC", 8, "2026-10-05T23:59:59.999Z", "2026-10-05T08:00:00Z"},
+           {"Asia/Kolkata", 0, "2026-10-05T18:29:59Z", "2026-10-04T18:30:00Z"},
+           // From 2 to 3 on 8 March, from 2 back to 1 on 1 November.
+           {"America/New_York", 8, "2026-03-08T05:00:00Z", "2026-03-08T12:00:00Z"},
+           {"America/New_York", 2, "2026-03-08T18:00:00Z", "2026-03-08T07:00:00Z"},
+           {"America/New_York", 8, "2026-11-01T04:00:00Z", "2026-11-01T13:00:00Z"},
+           {"America/New_York", 1, "2026-11-01T18:00:00Z", "2026-11-01T05:00:00Z"},
+           // From 1 to 3.
+           {"Antarctica/Troll", 2, "2026-03-29T12:00:00Z", "2026-03-29T01:00:00Z"},
+           // A day without midnight.
+           {"America/Sao_Paulo", 0, "2018-11-04T12:00:00Z", "2018-11-04T03:00:00Z"},
+       }) {
+    const auto found = Calendar(row.zone).atHour(row.hour, *isoDate(row.date));
+    ASSERT_TRUE(found.has_value());
+    EXPECT_EQ(isoText(*found), row.found) << row.zone << " " << row.hour << " " << row.date;
+  }
+}
+
 }  // namespace
 }  // namespace tessivane

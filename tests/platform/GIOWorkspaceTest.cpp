@@ -1,0 +1,179 @@
+#include "platform/linux/GIOWorkspace.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "helpers/TempHome.h"
+
+namespace tessivane {
+namespace {
+
+// GIO finds its directories once in a process. So all tests share one home with the applications
+// below, and this is the only file here that looks for any.
+class GIOWorkspaceTest : public testing::Test {
+ protected:
+  // What the applications write when they are started: they are scripts that report to a FIFO.
+  static constexpr const char* fifo = "started";
+
+  static void SetUpTestSuite() {
+    home_ = new TempHome;
+    const std::string script = home_->write(
+        "bin/report", "#!/bin/sh\nprintf '%s\\n' \"$*\" >'" + home_->path(fifo) + "'\n");
+    ASSERT_EQ(::chmod(script.c_str(), 0755), 0);
+    ASSERT_EQ(::mkfifo(home_->path(fifo).c_str(), 0600), 0);
+
+    install("data/applications/links.desktop", "Name=Links\nExec=" + script + " link %u\n");
+    install("data/applications/com.example.exact.desktop",
+            "Name=Exact\nExec=" + script + " exact\n");
+    install("data/applications/uninstalled.desktop", "Name=Gone\nExec=/nonexistent/gone %u\n");
+    install("data/applications/t3-code-handler.desktop",
+            "Name=Helper\nNoDisplay=true\nExec=" + script + " helper\n");
+    install("system/applications/t3-code-nightly.desktop",
+            "Name=T3 Code Nightly\nExec=" + script + " t3\n");
+    home_->write("data/applications/mimeapps.list",
+                 "[Default Applications]\n"
+                 "x-scheme-handler/t3code=links.desktop\n"
+                 "x-scheme-handler/gone=uninstalled.desktop\n"
+                 "x-scheme-handler/missing=missing.desktop\n");
+    ::setenv("XDG_DATA_HOME", home_->path("data").c_str(), 1);
+    ::setenv("XDG_DATA_DIRS", home_->path("system").c_str(), 1);
+    ::setenv("XDG_CONFIG_HOME", home_->path("config").c_str(), 1);
+    ::setenv("XDG_CONFIG_DIRS", home_->path("config").c_str(), 1);
+  }
+  static void TearDownTestSuite() {
+    delete home_;
+    home_ = nullptr;
+  }
+
+  static void install(const std::string& path, const std::string& fields) {
+    home_->write(path, "[Desktop Entry]\nType=Application\n" + fields);
+  }
+
+  // The line that a started application reports, once `start` has started one.
+  template <typename Start>
+  static std::string reportAfter(Start start) {
+    // Open for writing too: the end of a writer is then not the end of the FIFO.
+    const int descriptor = ::open(home_->path(fifo).c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_GE(descriptor, 0);
+    EXPECT_TRUE(start());
+    std::string line;
+    pollfd waiting{.fd = descriptor, .events = POLLIN, .revents = 0};
+    if (::poll(&waiting, 1, 60'000) == 1) {
+      std::array<char, 4096> buffer{};
+      const ssize_t size = ::read(descriptor, buffer.data(), buffer.size());
+      line.assign(buffer.data(), static_cast<std::size_t>(size > 0 ? size : 0));
+    }
+    ::close(descriptor);
+    return line;
+  }
+
+  static inline TempHome* home_ = nullptr;
+  Workspace workspace_ = gioWorkspace();
+};
+
+TEST_F(GIOWorkspaceTest, DoesNotWaitForASessionBusThatIsMute) {
+  const std::string path = home_->path("bus");
+  const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+  ASSERT_LT(path.size(), sizeof(address.sun_path));
+  path.copy(address.sun_path, path.size());
+  ASSERT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  ASSERT_EQ(::listen(listener, 4), 0);
+  // In a process of its own, since GIO keeps what it has found out about the bus. Forked before the
+  // other tests have started any thread.
+  const pid_t process = ::fork();
+  if (process == 0) {
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + path).c_str(), 1);
+    ::alarm(30);
+    ::_exit(gioWorkspace().openURL("t3code://x") ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(::waitpid(process, &status, 0), process);
+  EXPECT_EQ(status, 0);
+  ::close(listener);
+}
+
+TEST_F(GIOWorkspaceTest, KnowsWhichURLsAreHandled) {
+  struct Case {
+    std::string url;
+    bool handled;
+  };
+  const Case cases[] = {
+      {"t3code://threads/a/b%2525", true},
+      {"T3CODE:x", true},
+      {"codex://threads/1", false},
+      {"gone://x", false},
+      {"missing://x", false},
+      {"t3code", false},
+      {"", false},
+      {"://", false},
+      {"/t3code:", false},
+      {"1:x", false},
+  };
+  for (const Case& test : cases) {
+    EXPECT_EQ(workspace_.handlesURL(test.url), test.handled) << test.url;
+    if (!test.handled) {
+      EXPECT_FALSE(workspace_.openURL(test.url)) << test.url;
+    }
+  }
+}
+
+TEST_F(GIOWorkspaceTest, OpensURLsAsTheyAre) {
+  // What a shell would make something of arrives untouched, as one argument.
+  const std::string url = "t3code://threads/it's%2525/$(exit)?a=1&b=\"2\"";
+  EXPECT_EQ(reportAfter([&] { return workspace_.openURL(url); }), "link " + url + "\n");
+}
+
+TEST_F(GIOWorkspaceTest, FindsAndLaunchesApplications) {
+  EXPECT_EQ(workspace_.findApplication("com.example.exact"),
+            (WorkspaceApplication{.id = "com.example.exact.desktop", .name = "Exact"}));
+  EXPECT_EQ(reportAfter([&] { return workspace_.launchApplication("com.example.exact"); }),
+            "exact\n");
+  EXPECT_EQ(workspace_.findApplication("com.t3tools.t3code"),
+            (WorkspaceApplication{.id = "t3-code-nightly.desktop", .name = "T3 Code Nightly"}));
+  EXPECT_EQ(reportAfter([&] { return workspace_.launchApplication("com.t3tools.t3code"); }),
+            "t3\n");
+  for (const std::string identifier : {"com.example.absent", "uninstalled", "", "../exact"}) {
+    EXPECT_EQ(workspace_.findApplication(identifier), std::nullopt) << identifier;
+    EXPECT_FALSE(workspace_.launchApplication(identifier)) << identifier;
+  }
+}
+
+TEST(KnownDesktopEntryTest, RecognisesTheNamesOfPackagers) {
+  struct Case {
+    std::string entry;
+    bool known;
+  };
+  const Case cases[] = {
+      {"t3code.desktop", true},
+      {"t3-code.desktop", true},
+      {"T3 Code (Alpha).desktop", true},
+      {"t3_code-nightly.desktop", true},
+      {"appimagekit_0123abcd-T3_Code.desktop", true},
+      {"appimagekit_0123abcd.desktop", false},
+      {"appimagekit_t3code.desktop", false},
+      {"code.desktop", false},
+      {"not-t3code.desktop", false},
+      {"t3code", false},
+      {".desktop", false},
+      {"", false},
+  };
+  for (const Case& test : cases)
+    EXPECT_EQ(isKnownDesktopEntry(test.entry, "com.t3tools.t3code"), test.known) << test.entry;
+  EXPECT_FALSE(isKnownDesktopEntry("t3code.desktop", "com.example.t3code"));
+}
+
+}  // namespace
+}  // namespace tessivane

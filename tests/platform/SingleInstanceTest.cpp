@@ -1,0 +1,69 @@
+#include "platform/linux/SingleInstance.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <optional>
+
+#include <gtest/gtest.h>
+
+#include "helpers/TempHome.h"
+#include "platform/linux/AsioMainQueue.h"
+
+namespace tessivane {
+namespace {
+
+using Role = SingleInstance::Role;
+
+TEST(SingleInstance, theSecondHandsOverToTheFirst) {
+  const TempHome home;
+  AsioMainQueue queue;
+  int reopened = 0;
+  std::optional<SingleInstance> first(std::in_place, home.path("new/dir"), queue, [&] {
+    ++reopened;
+    queue.stop();
+  });
+  EXPECT_EQ(first->role(), Role::first);
+  EXPECT_EQ(SingleInstance(home.path("new/dir"), queue, [] {}).role(), Role::handedOver);
+  queue.run();
+  EXPECT_EQ(reopened, 1);
+  EXPECT_EQ(SingleInstance(home.path("other"), queue, [] {}).role(), Role::first);
+  first.reset();
+  EXPECT_EQ(SingleInstance(home.path("new/dir"), queue, [] {}).role(), Role::first);
+}
+
+TEST(SingleInstance, oneWithoutAWindowSaysSo) {
+  const TempHome home;
+  AsioMainQueue queue;
+  const SingleInstance first(home.path(), queue, {});
+  EXPECT_EQ(SingleInstance(home.path(), queue, [] {}).role(), Role::behindOther);
+}
+
+TEST(SingleInstance, oneThatWasKilledLeavesNothingInTheWay) {
+  const TempHome home;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    AsioMainQueue queue;
+    const SingleInstance first(home.path(), queue, [] {});
+    ::_exit(first.role() == Role::first ? 7 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_EQ(WEXITSTATUS(status), 7);
+  AsioMainQueue queue;
+  const SingleInstance next(home.path(), queue, [&] { queue.stop(); });
+  EXPECT_EQ(next.role(), Role::first);
+  EXPECT_EQ(SingleInstance(home.path(), queue, [] {}).role(), Role::handedOver);
+}
+
+TEST(SingleInstance, aPlaceThatCannotBeClaimedStopsNobody) {
+  const TempHome home;
+  AsioMainQueue queue;
+  home.write("file", "");
+  EXPECT_EQ(SingleInstance(home.path("file/dir"), queue, [] {}).role(), Role::first);
+  const std::string deep = home.path(std::string(120, 'd'));
+  EXPECT_EQ(SingleInstance(deep, queue, [] {}).role(), Role::first);
+}
+
+}  // namespace
+}  // namespace tessivane
