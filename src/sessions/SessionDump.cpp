@@ -15,15 +15,17 @@ std::string dumpColumn(std::string_view text) {
   return column;
 }
 
+std::string_view projectName(const AgentSession& session) {
+  return session.projectPath.empty() ? "~" : lastPathComponent(session.projectPath);
+}
+
 std::string dumpLine(const AgentSession& session) {
-  const std::string_view project =
-      session.projectPath.empty() ? "~" : lastPathComponent(session.projectPath);
   return fmt::format("{}\t{}\t{}\t{}\t{}\t{}\t{}\n",
                      isoText(session.activity),
                      rawValue(session.agent),
                      rawValue(session.kind),
                      label(session.status),
-                     dumpColumn(project),
+                     dumpColumn(projectName(session)),
                      dumpColumn(session.detail),
                      dumpColumn(session.title));
 }
