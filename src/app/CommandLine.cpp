@@ -14,11 +14,13 @@ namespace {
 
 using Mode = CommandLine::Mode;
 
-constexpr std::array<std::pair<std::string_view, Mode>, 4> modes = {{
+constexpr std::array<std::pair<std::string_view, Mode>, 6> modes = {{
     {"--help", Mode::help},
     {"-h", Mode::help},
     {"--version", Mode::version},
+    {"--dump-rush", Mode::dumpRush},
     {"--dump", Mode::dump},
+    {"--headless", Mode::headless},
 }};
 
 std::optional<Mode> modeNamed(std::string_view argument) {
@@ -40,23 +42,32 @@ std::variant<CommandLine, CommandLineError> parseCommandLine(
       return CommandLineError{"unknown argument \"" + argument + "\""};
     chosen = chosen ? std::min(*chosen, *mode) : *mode;
   }
-  return CommandLine{.mode = chosen.value_or(Mode::help)};
+  return CommandLine{.mode = chosen.value_or(Mode::start)};
 }
 
 std::string helpText() {
-  return R"(Usage: tessivane MODE
+  return R"(Usage: tessivane [MODE]
 
 Tells for each coding session of Claude Code, Codex and T3 Code on this computer
 whether it needs you, works, has finished its turn or is idle. It reads what
 these programs leave on disk and never changes it.
 
+Without a mode it keeps watch as a service, until SIGTERM, SIGINT or SIGHUP ends
+it. One is enough: a second one says so and ends. It has no window yet.
+
 Modes:
-  --dump      List the sessions of today and yesterday, one a line, as columns
-              separated by tabs: last activity (UTC), agent, kind, status,
-              project, detail, title. Standard error tells how long a first and
-              a repeated pass took.
-  --help, -h  Show this text.
-  --version   Show the version.
+  --headless   The same, also once there are windows. The systemd user unit
+               resources/tessivane.service does that at login.
+  --dump       List the sessions of today and yesterday, one a line, as columns
+               separated by tabs: last activity (UTC), agent, kind, status,
+               project, detail, title. Standard error tells how long a first and
+               a repeated pass took.
+  --dump-rush  List the sessions that wait for you, in the order in which Rush
+               would deal them: the columns of --dump without the kind.
+  --help, -h   Show this text.
+  --version    Show the version.
+
+Settings are in $XDG_CONFIG_HOME/Tessivane/defaults.json (~/.config by default).
 )";
 }
 

@@ -9,9 +9,9 @@
 namespace tessivane {
 
 struct CommandLine {
-  enum class Mode { help, version, dump };
+  enum class Mode { help, version, dumpRush, dump, headless, start };
 
-  Mode mode = Mode::help;
+  Mode mode = Mode::start;
 
   friend bool operator==(const CommandLine&, const CommandLine&) = default;
 };
@@ -23,9 +23,8 @@ struct CommandLineError {
   friend bool operator==(const CommandLineError&, const CommandLineError&) = default;
 };
 
-/// `arguments` without the program's name. An unknown argument refuses the whole line; with several
-/// modes given, help comes before version and version before the dump. No argument at all is
-/// a call for help.
+/// `arguments` without the program's name; none means the live program. An unknown argument refuses
+/// the whole line. Of several modes the first in the order of `Mode` wins.
 std::variant<CommandLine, CommandLineError> parseCommandLine(
     const std::vector<std::string>& arguments);
 

@@ -5,8 +5,8 @@
 #include <variant>
 #include <vector>
 
+#include "app/Application.h"
 #include "app/CommandLine.h"
-#include "app/DumpMode.h"
 
 namespace {
 
@@ -26,8 +26,11 @@ int run(const std::vector<std::string>& arguments) {
     case CommandLine::Mode::version:
       std::puts(versionText().c_str());
       return 0;
+    case CommandLine::Mode::dumpRush:
     case CommandLine::Mode::dump:
-      return runDump(stdout, stderr);
+    case CommandLine::Mode::headless:
+    case CommandLine::Mode::start:
+      return runApplication(std::get<CommandLine>(parsed).mode);
   }
   return 2;
 }

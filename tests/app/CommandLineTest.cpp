@@ -12,8 +12,11 @@ TEST(CommandLine, choosesOneModeOrRefuses) {
     std::variant<CommandLine, CommandLineError> result;
   };
   for (const Row& row : std::initializer_list<Row>{
-           {{}, CommandLine{Mode::help}},
+           {{}, CommandLine{Mode::start}},
+           {{"--headless"}, CommandLine{Mode::headless}},
            {{"--dump"}, CommandLine{Mode::dump}},
+           {{"--dump", "--dump-rush"}, CommandLine{Mode::dumpRush}},
+           {{"--headless", "--dump"}, CommandLine{Mode::dump}},
            {{"--dump", "--version"}, CommandLine{Mode::version}},
            {{"--version", "-h"}, CommandLine{Mode::help}},
            {{"--dump", "--Dump"}, CommandLineError{"unknown argument \"--Dump\""}},

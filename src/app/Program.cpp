@@ -1,0 +1,100 @@
+#include "app/Program.h"
+
+#include <cstdio>
+#include <future>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "platform/SystemClock.h"
+#include "support/Calendar.h"
+#include "support/Paths.h"
+
+namespace tessivane {
+
+namespace {
+
+constexpr Seconds tickInterval{1};
+constexpr Seconds tickTolerance{0.1};
+
+SessionDiscovery::Options discoveryOptions() {
+  return {.home = Paths::home(),
+          .configDirectory = Paths::configDirectory(),
+          .now = systemNow,
+          .report = [](std::string_view line) {
+            std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
+          }};
+}
+
+SessionStore::Environment storeEnvironment(TaskQueue& mainQueue,
+                                           TaskQueue& refreshQueue,
+                                           SessionDiscovery& discovery,
+                                           const Program::Shell& shell) {
+  return {.mainQueue = &mainQueue,
+          .refreshQueue = &refreshQueue,
+          .now = systemNow,
+          .calendar = Calendar::current,
+          .discover = [&discovery](Date since) { return discovery.sessions(since); },
+          .problems = [&discovery] { return discovery.problems(); },
+          .workspace = shell.workspace,
+          .pasteboard = shell.pasteboard};
+}
+
+// Panel, tunnel, bars and hot key stay inert until they exist. So does the companion: hiding the
+// session list without a Rush panel in its place would leave nothing to see.
+RushController::Wiring rushWiring(TaskQueue& mainQueue,
+                                  SessionStore& store,
+                                  const Program::Shell& shell) {
+  RushController::Wiring wiring;
+  wiring.sessions = [&store](std::function<void(const RushController::Sessions&)> call) {
+    return loadedSessions(store, std::move(call));
+  };
+  wiring.lastPass = [&store] { return store.lastRefresh(); };
+  wiring.ticks = [&mainQueue](std::function<void()> call) -> RushController::Stream {
+    return std::make_shared<TaskHandle>(
+        mainQueue.every(tickInterval, tickTolerance, std::move(call)));
+  };
+  wiring.setRefresh = [&store](bool isOn) { store.setRushRefresh(isOn); };
+  wiring.now = systemNow;
+  wiring.calendar = Calendar::current;
+  wiring.opener = [&store](const AgentSession& session) { store.open(session, false); };
+  wiring.clickOpener = [&store](const AgentSession& session) { store.open(session, true); };
+  wiring.frontmostIsInFlow = shell.frontmostIsInFlow;
+  return wiring;
+}
+
+}  // namespace
+
+Program::Program(TaskQueue& mainQueue, UserDefaults& defaults, const Shell& shell)
+    : discovery_(discoveryOptions()),
+      refreshQueue_("tessivane.refresh"),
+      store_(storeEnvironment(mainQueue, refreshQueue_, discovery_, shell)),
+      rush_(rushWiring(mainQueue, store_, shell), defaults) {}
+
+Program::~Program() = default;
+
+bool Program::comesToRest(Seconds limit) {
+  auto rested = std::make_shared<std::promise<void>>();
+  auto future = rested->get_future();
+  refreshQueue_.async([rested] { rested->set_value(); });
+  return future.wait_for(limit) == std::future_status::ready;
+}
+
+RushController::Stream loadedSessions(SessionStore& store,
+                                      std::function<void(const RushController::Sessions&)> call) {
+  struct Subscriptions {
+    Subscription sessions;
+    Subscription loaded;
+  };
+  auto kept = std::make_shared<Subscriptions>();
+  const auto deliver = [&store, call = std::move(call)] {
+    if (store.hasLoaded().value())
+      call(store.sessions().value());
+  };
+  kept->sessions = store.sessions().subscribe([deliver](const auto&) { deliver(); });
+  kept->loaded = store.hasLoaded().subscribe([deliver](bool) { deliver(); });
+  deliver();
+  return kept;
+}
+
+}  // namespace tessivane

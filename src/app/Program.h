@@ -1,0 +1,56 @@
+#pragma once
+
+// The live program without its surfaces: settings, discovery, store and Rush, wired to each other.
+// Made on the main thread by the main line, for the length of the process; the same with a desktop
+// and without.
+
+#include <functional>
+#include <memory>
+
+#include "platform/Pasteboard.h"
+#include "platform/TaskQueue.h"
+#include "platform/UserDefaults.h"
+#include "platform/Workspace.h"
+#include "platform/linux/SerialQueue.h"
+#include "rush/RushController.h"
+#include "sessions/SessionDiscovery.h"
+#include "sessions/SessionStore.h"
+
+namespace tessivane {
+
+class Program final {
+ public:
+  /// What differs between a desktop and none.
+  struct Shell {
+    Workspace workspace = {};
+    Pasteboard pasteboard = {};
+    /// Whether an automatic deal of Rush may bring a window forward.
+    std::function<bool()> frontmostIsInFlow = [] { return false; };
+  };
+
+  /// `mainQueue` and `defaults` outlive it.
+  Program(TaskQueue& mainQueue, UserDefaults& defaults, const Shell& shell);
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+  ~Program();
+
+  SessionStore& store() { return store_; }
+  RushController& rush() { return rush_; }
+
+  /// Waits until the refresh queue has nothing to do, so that destroying the program is quick.
+  /// False when a pass takes longer than that: it may be waiting for a writer's lock.
+  bool comesToRest(Seconds limit);
+
+ private:
+  SessionDiscovery discovery_;
+  SerialQueue refreshQueue_;
+  SessionStore store_;
+  RushController rush_;
+};
+
+/// The sessions that `store` publishes once it has loaded, at once and at every change, as a stream
+/// of Rush.
+RushController::Stream loadedSessions(SessionStore& store,
+                                      std::function<void(const RushController::Sessions&)> call);
+
+}  // namespace tessivane
