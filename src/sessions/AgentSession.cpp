@@ -1,6 +1,6 @@
 #include "sessions/AgentSession.h"
 
-#include <functional>
+#include "support/Hasher.h"
 
 namespace tessivane {
 
@@ -17,26 +17,6 @@ std::string shellQuoted(std::string_view text) {
     }
   }
   return quoted + "'";
-}
-
-class Hasher final {
- public:
-  template <typename T>
-  Hasher& add(const T& value) {
-    hash_ ^= std::hash<T>{}(value) + 0x9e3779b97f4a7c15ULL + (hash_ << 6) + (hash_ >> 2);
-    return *this;
-  }
-
-  std::size_t value() const { return hash_; }
-
- private:
-  std::size_t hash_ = 0;
-};
-
-std::optional<std::int64_t> ticks(const std::optional<Date>& date) {
-  if (!date)
-    return std::nullopt;
-  return date->time_since_epoch().count();
 }
 
 }  // namespace
@@ -144,7 +124,7 @@ std::size_t hashValue(const AgentSession& session) {
       .add(session.cwd)
       .add(session.projectPath)
       .add(session.model)
-      .add(session.activity.time_since_epoch().count())
+      .add(session.activity)
       .add(session.status)
       .add(session.detail)
       .add(session.lastMessage)
@@ -152,10 +132,7 @@ std::size_t hashValue(const AgentSession& session) {
       .add(session.kind);
   for (const std::string& source : session.sourceIDs)
     hasher.add(source);
-  return hasher.add(session.launcher)
-      .add(session.transcriptPath)
-      .add(ticks(session.startedAt))
-      .value();
+  return hasher.add(session.launcher).add(session.transcriptPath).add(session.startedAt).value();
 }
 
 std::string sessionKey(Agent agent, std::string_view nativeID) {
