@@ -28,11 +28,11 @@ class GIOWorkspaceTest : public testing::Test {
   static constexpr const char* fifo = "started";
 
   static void SetUpTestSuite() {
-    home_ = new TempHome;
-    const std::string script = home_->write(
-        "bin/report", "#!/bin/sh\nprintf '%s\\n' \"$*\" >'" + home_->path(fifo) + "'\n");
+    home = new TempHome;
+    const std::string script =
+        home->write("bin/report", "#!/bin/sh\nprintf '%s\\n' \"$*\" >'" + home->path(fifo) + "'\n");
     ASSERT_EQ(::chmod(script.c_str(), 0755), 0);
-    ASSERT_EQ(::mkfifo(home_->path(fifo).c_str(), 0600), 0);
+    ASSERT_EQ(::mkfifo(home->path(fifo).c_str(), 0600), 0);
 
     install("data/applications/links.desktop", "Name=Links\nExec=" + script + " link %u\n");
     install("data/applications/com.example.exact.desktop",
@@ -42,30 +42,32 @@ class GIOWorkspaceTest : public testing::Test {
             "Name=Helper\nNoDisplay=true\nExec=" + script + " helper\n");
     install("system/applications/t3-code-nightly.desktop",
             "Name=T3 Code Nightly\nExec=" + script + " t3\n");
-    home_->write("data/applications/mimeapps.list",
-                 "[Default Applications]\n"
-                 "x-scheme-handler/t3code=links.desktop\n"
-                 "x-scheme-handler/gone=uninstalled.desktop\n"
-                 "x-scheme-handler/missing=missing.desktop\n");
-    ::setenv("XDG_DATA_HOME", home_->path("data").c_str(), 1);
-    ::setenv("XDG_DATA_DIRS", home_->path("system").c_str(), 1);
-    ::setenv("XDG_CONFIG_HOME", home_->path("config").c_str(), 1);
-    ::setenv("XDG_CONFIG_DIRS", home_->path("config").c_str(), 1);
+    home->write("data/applications/mimeapps.list",
+                "[Default Applications]\n"
+                "x-scheme-handler/t3code=links.desktop\n"
+                "x-scheme-handler/gone=uninstalled.desktop\n"
+                "x-scheme-handler/missing=missing.desktop\n");
+    // No other thread runs yet. NOLINTBEGIN(concurrency-mt-unsafe)
+    ::setenv("XDG_DATA_HOME", home->path("data").c_str(), 1);
+    ::setenv("XDG_DATA_DIRS", home->path("system").c_str(), 1);
+    ::setenv("XDG_CONFIG_HOME", home->path("config").c_str(), 1);
+    ::setenv("XDG_CONFIG_DIRS", home->path("config").c_str(), 1);
+    // NOLINTEND(concurrency-mt-unsafe)
   }
   static void TearDownTestSuite() {
-    delete home_;
-    home_ = nullptr;
+    delete home;
+    home = nullptr;
   }
 
   static void install(const std::string& path, const std::string& fields) {
-    home_->write(path, "[Desktop Entry]\nType=Application\n" + fields);
+    home->write(path, "[Desktop Entry]\nType=Application\n" + fields);
   }
 
   // The line that a started application reports, once `start` has started one.
   template <typename Start>
   static std::string reportAfter(Start start) {
     // Open for writing too: the end of a writer is then not the end of the FIFO.
-    const int descriptor = ::open(home_->path(fifo).c_str(), O_RDWR | O_CLOEXEC);
+    const int descriptor = ::open(home->path(fifo).c_str(), O_RDWR | O_CLOEXEC);
     EXPECT_GE(descriptor, 0);
     EXPECT_TRUE(start());
     std::string line;
@@ -79,12 +81,12 @@ class GIOWorkspaceTest : public testing::Test {
     return line;
   }
 
-  static inline TempHome* home_ = nullptr;
+  static inline TempHome* home = nullptr;
   Workspace workspace_ = gioWorkspace();
 };
 
 TEST_F(GIOWorkspaceTest, DoesNotWaitForASessionBusThatIsMute) {
-  const std::string path = home_->path("bus");
+  const std::string path = home->path("bus");
   const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
   ASSERT_LT(path.size(), sizeof(address.sun_path));
@@ -95,7 +97,10 @@ TEST_F(GIOWorkspaceTest, DoesNotWaitForASessionBusThatIsMute) {
   // other tests have started any thread.
   const pid_t process = ::fork();
   if (process == 0) {
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + path).c_str(), 1);
+    // The child has one thread.
+    ::setenv("DBUS_SESSION_BUS_ADDRESS",  // NOLINT(concurrency-mt-unsafe)
+             ("unix:path=" + path).c_str(),
+             1);
     ::alarm(30);
     ::_exit(gioWorkspace().openURL("t3code://x") ? 0 : 1);
   }

@@ -78,6 +78,7 @@ TEST_P(TaskQueueTest, KeepsTheOrderOfEachThreadThatPosts) {
   constexpr int tasks = 1'000;
   std::array<std::vector<int>, 4> seen;
   std::vector<std::thread> posters;
+  posters.reserve(seen.size());
   for (auto& numbers : seen) {
     posters.emplace_back([&] {
       for (int i = 0; i < tasks; ++i)
@@ -205,6 +206,7 @@ TEST_P(TaskQueueTest, HandlesMayGoOnAnyThreadAtAnyTime) {
   std::atomic<int> runs = 0;
   for (int round = 0; round < 20; ++round) {
     std::vector<std::thread> holders;
+    holders.reserve(3);
     for (int i = 0; i < 3; ++i) {
       holders.emplace_back([&] {
         for (int j = 0; j < 20; ++j) {

@@ -30,7 +30,7 @@ void AsioLoop::async(TaskQueue::Task task) {
 TaskHandle AsioLoop::after(Seconds delay, TaskQueue::Task task) {
   auto timer = std::make_shared<Timer>(Timer{asio::steady_timer(context_), std::move(task), {}});
   timer->due = std::chrono::steady_clock::now() + timerDuration(delay, MonotonicDuration::zero());
-  return start(std::move(timer));
+  return start(timer);
 }
 
 TaskHandle AsioLoop::every(Seconds interval, Seconds tolerance, TaskQueue::Task task) {
@@ -38,13 +38,13 @@ TaskHandle AsioLoop::every(Seconds interval, Seconds tolerance, TaskQueue::Task 
   timer->interval = timerDuration(interval, std::chrono::milliseconds{1});
   timer->tolerance = std::min(timerDuration(tolerance, MonotonicDuration::zero()), timer->interval);
   timer->due = std::chrono::steady_clock::now() + timer->interval;
-  return start(std::move(timer));
+  return start(timer);
 }
 
-TaskHandle AsioLoop::start(std::shared_ptr<Timer> timer) {
+TaskHandle AsioLoop::start(const std::shared_ptr<Timer>& timer) {
   arm(timer);
   return TaskHandle([cancelled = timer->cancelled,
-                     weakTimer = std::weak_ptr(timer),
+                     weakTimer = std::weak_ptr<Timer>(timer),
                      weakLoop = weak_from_this()] {
     *cancelled = true;
     // Timers are touched on the loop's thread only. This lets go of what the task captured.

@@ -38,7 +38,7 @@ class AsioLoop final : public std::enable_shared_from_this<AsioLoop> {
   struct Timer;
 
   AsioLoop() : work_(context_.get_executor()) {}
-  TaskHandle start(std::shared_ptr<Timer> timer);
+  TaskHandle start(const std::shared_ptr<Timer>& timer);
   void arm(const std::shared_ptr<Timer>& timer);
 
   // Not told that one thread alone runs it: Asio would then let a task posted by a running task

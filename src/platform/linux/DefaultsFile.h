@@ -37,6 +37,7 @@ class DefaultsFile final {
     Lock(Lock&& other) noexcept;
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
+    Lock& operator=(Lock&&) = delete;
     ~Lock();
 
    private:
