@@ -9,9 +9,11 @@ build_packages=(
   libicu-dev
   libsimdjson-dev
   libsqlite3-dev
+  libxcb1-dev
   ninja-build
   nlohmann-json3-dev
   pkgconf
+  qt6-base-dev
 )
 
 check_packages=(

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "app/AppearanceChoice.h"
+#include "platform/AppearanceChoice.h"
 #include "platform/TaskQueue.h"
 #include "platform/UserDefaults.h"
 

@@ -3,6 +3,7 @@
 #include "app/AppDelegate.h"
 #include "app/DumpMode.h"
 #include "app/MainLine.h"
+#include "app/ProgramFiles.h"
 #include "app/RushDumpMode.h"
 #include "platform/MemoryUserDefaults.h"
 #include "platform/linux/AsioMainQueue.h"
@@ -45,6 +46,9 @@ int runHeadless() {
 int runApplication(Mode mode) {
   if (mode == Mode::dump || mode == Mode::dumpRush)
     return runDumps(mode);
+  // A build without the surfaces has no such program and goes on below.
+  if (mode == Mode::start && hasDisplayVariable())
+    becomeProgram("tessivane-desktop", "");
   return runHeadless();
 }
 

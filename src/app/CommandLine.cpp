@@ -52,12 +52,14 @@ Tells for each coding session of Claude Code, Codex and T3 Code on this computer
 whether it needs you, works, has finished its turn or is idle. It reads what
 these programs leave on disk and never changes it.
 
-Without a mode it keeps watch as a service, until SIGTERM, SIGINT or SIGHUP ends
-it. One is enough: a second one says so and ends. It has no window yet.
+Without a mode it runs on the desktop: an icon in the tray and a panel with the
+list, which is there at once where there is no tray. Without a display it keeps
+watch as --headless does. SIGTERM, SIGINT, SIGHUP or its menu ends it. A second
+start brings the panel of the first one forward and ends.
 
 Modes:
-  --headless   The same, also once there are windows. The systemd user unit
-               resources/tessivane.service does that at login.
+  --headless   Keep watch without a window, until a signal ends it. The systemd
+               user unit resources/tessivane.service does that at login.
   --dump       List the sessions of today and yesterday, one a line, as columns
                separated by tabs: last activity (UTC), agent, kind, status,
                project, detail, title. Standard error tells how long a first and

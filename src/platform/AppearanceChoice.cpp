@@ -1,4 +1,4 @@
-#include "app/AppearanceChoice.h"
+#include "platform/AppearanceChoice.h"
 
 namespace tessivane {
 

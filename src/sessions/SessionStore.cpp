@@ -137,8 +137,11 @@ void SessionStore::open(const AgentSession& session, bool copyFallback) {
     workspace.launchApplication(t3Application);
     return;
   }
-  if (!copyFallback)
-    return;
+  if (copyFallback)
+    copyResumeCommand(session);
+}
+
+void SessionStore::copyResumeCommand(const AgentSession& session) {
   const auto command = session.resumeCommand();
   if (command && environment_->pasteboard.setText(*command))
     showToast("Copied resume command");
