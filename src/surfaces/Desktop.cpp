@@ -1,7 +1,6 @@
 #include "surfaces/Desktop.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,7 +41,7 @@ constexpr unsigned displayLimit = 5;  // seconds
 struct Desktop::Parts {
   Parts(int& argc, char** argv) : application(argc, argv) {}
 
-  void showAppearance() {
+  void showAppearance() const {
     const bool isDark =
         choice == AppearanceChoice::dark || (choice == AppearanceChoice::system && system.isDark());
     QApplication::setPalette(isDark ? darkPalette() : lightPalette());

@@ -1,5 +1,7 @@
 #include "surfaces/QtMainQueue.h"
 
+#include <QCoreApplication>
+#include <QEvent>
 #include <QObject>
 #include <QTimer>
 #include <algorithm>
@@ -16,6 +18,32 @@ namespace {
 // Qt keeps intervals as an int of milliseconds. A longer wait is made of several.
 constexpr std::chrono::milliseconds longestWait = std::chrono::hours{24};
 
+// Brings a task to the main thread. Events come in the order in which they were posted.
+class TaskEvent final : public QEvent {
+ public:
+  explicit TaskEvent(TaskQueue::Task task) : QEvent(kind()), task_(std::move(task)) {}
+
+  void run() const { task_(); }
+
+  static Type kind() {
+    static const auto registered = static_cast<Type>(registerEventType());
+    return registered;
+  }
+
+ private:
+  TaskQueue::Task task_;
+};
+
+class TaskReceiver final : public QObject {
+ public:
+  bool event(QEvent* event) override {
+    if (event->type() != TaskEvent::kind())
+      return QObject::event(event);
+    static_cast<const TaskEvent*>(event)->run();
+    return true;
+  }
+};
+
 }  // namespace
 
 struct QtMainQueue::Timer {
@@ -31,7 +59,8 @@ struct QtMainQueue::Timer {
 class QtMainQueue::Loop final : public std::enable_shared_from_this<Loop> {
  public:
   void async(Task task) {
-    QMetaObject::invokeMethod(&receiver_, std::move(task), Qt::QueuedConnection);
+    // The event queue owns what is posted.
+    QCoreApplication::postEvent(&receiver_, new TaskEvent(std::move(task)));
   }
 
   TaskHandle start(const std::shared_ptr<Timer>& timer) {
@@ -90,7 +119,7 @@ class QtMainQueue::Loop final : public std::enable_shared_from_this<Loop> {
     arm(*timer);
   }
 
-  QObject receiver_;
+  TaskReceiver receiver_;
 };
 
 QtMainQueue::QtMainQueue() : loop_(std::make_shared<Loop>()) {}

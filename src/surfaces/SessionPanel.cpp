@@ -112,7 +112,7 @@ void SessionPanel::makeList() {
   list_->installEventFilter(this);
   // Not `activated`, which some desktops send at a single click.
   connect(list_, &QListView::doubleClicked, this, [this] { openSelected(); });
-  connect(list_->selectionModel(), &QItemSelectionModel::currentChanged, this, [this] {
+  connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
     selectionChanged();
   });
   // The current session can go from the list without another one taking its place.
@@ -222,7 +222,9 @@ void SessionPanel::applyColors() {
 }
 
 std::optional<AgentSession> SessionPanel::selectedSession() const {
-  const SessionRow* row = model_.row(list_->currentIndex());
+  // Not the current index, which the keyboard's focus sets without showing it.
+  const QModelIndexList selected = list_->selectionModel()->selectedIndexes();
+  const SessionRow* row = selected.empty() ? nullptr : model_.row(selected.front());
   if (row == nullptr)
     return std::nullopt;
   // Rows are older than the store by a moment at most; the session may have gone.

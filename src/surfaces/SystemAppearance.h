@@ -22,6 +22,7 @@ class SystemAppearance final : public QObject {
  private slots:
   void settingChanged(const QString& area, const QString& key, const QDBusVariant& value);
 
+  // Not slots any more. NOLINTNEXTLINE(readability-redundant-access-specifiers)
  private:
   void take(const QVariant& scheme);
 

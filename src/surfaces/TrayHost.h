@@ -22,6 +22,7 @@ class TrayHost final : public QObject {
  private slots:
   void hostRegistered();
 
+  // Not slots any more. NOLINTNEXTLINE(readability-redundant-access-specifiers)
  private:
   std::function<void()> found_;
 };

@@ -17,7 +17,6 @@ namespace tessivane {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 class SessionPanelTest : public testing::Test {
