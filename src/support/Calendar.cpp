@@ -77,4 +77,13 @@ std::optional<Date> Calendar::atHour(int hour, Date date) const {
   return fromICU(calendar->getTime(status), status);
 }
 
+std::chrono::seconds Calendar::timeOfDay(Date date) const {
+  const auto calendar = civilCalendar(zone_);
+  UErrorCode status = U_ZERO_ERROR;
+  if (calendar)
+    calendar->setTime(icuDate(date), status);
+  const int milliseconds = calendar ? calendar->get(UCAL_MILLISECONDS_IN_DAY, status) : 0;
+  return std::chrono::seconds(U_SUCCESS(status) ? milliseconds / 1000 : 0);
+}
+
 }  // namespace tessivane

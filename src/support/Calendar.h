@@ -3,6 +3,7 @@
 // The civil calendar of one time zone, for "today", "yesterday" and midnight. A value; every use
 // works on its own copy of the zone's rules, so threads may share one.
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -29,6 +30,10 @@ class Calendar final {
   /// An hour that the clocks skip gives the first instant after the gap, one that they go through
   /// twice the first of the two.
   std::optional<Date> atHour(int hour, Date date) const;
+
+  /// What a clock in the zone shows at `date`, as the time since its twelve at night: under 24
+  /// hours.
+  std::chrono::seconds timeOfDay(Date date) const;
 
   const std::string& zone() const { return zone_; }
 

@@ -13,8 +13,6 @@ namespace {
 
 using namespace std::chrono;
 
-constexpr Date endOfTime = sys_days{year{10000} / January / 1};
-
 // Reads `count` digits at the front of `text` and takes them off it; nothing if they are not there.
 std::optional<int> takeDigits(std::string_view& text, std::size_t count) {
   if (text.size() < count)
@@ -131,7 +129,7 @@ std::optional<Date> dateFromSeconds(double seconds) {
     return std::nullopt;
   const double count = std::round(seconds * 1e6);
   if (count < static_cast<double>(distantPast.time_since_epoch().count()) ||
-      count >= static_cast<double>(endOfTime.time_since_epoch().count())) {
+      count >= static_cast<double>(endOfCalendar.time_since_epoch().count())) {
     return std::nullopt;
   }
   return Date{microseconds{static_cast<std::int64_t>(count)}};
@@ -151,7 +149,7 @@ std::optional<Date> isoDate(std::string_view text) {
   if (!zone || !text.empty())
     return std::nullopt;
   const Date date = Date{*day} + *time + *fraction - *zone;
-  if (date < distantPast || date >= endOfTime)
+  if (date < distantPast || date >= endOfCalendar)
     return std::nullopt;
   return date;
 }

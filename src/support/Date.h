@@ -3,6 +3,7 @@
 // Instants and their text forms. Plain values, safe on every thread. Nothing here reads a clock:
 // whoever needs the time gets it as an argument or through a `Clock`.
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -20,6 +21,16 @@ using Clock = std::function<Date()>;
 /// Stands for "never": earlier than anything a tool writes (0001-01-01 00:00:00 UTC).
 inline constexpr Date distantPast =
     std::chrono::sys_days{std::chrono::year{1} / std::chrono::January / 1};
+
+/// The first instant after what a text form can tell (10000-01-01 00:00:00 UTC).
+inline constexpr Date endOfCalendar =
+    std::chrono::sys_days{std::chrono::year{10000} / std::chrono::January / 1};
+
+/// `date`, or the nearest one from `distantPast` to `endOfCalendar`. Between these any two can be
+/// subtracted.
+constexpr Date withinCalendar(Date date) {
+  return std::clamp(date, distantPast, endOfCalendar);
+}
 
 /// Seconds from `earlier` to `later`; negative when the order is the other way round.
 constexpr Seconds elapsed(Date earlier, Date later) {
