@@ -243,13 +243,13 @@ TEST(TimelineLayout, whatIsOneAndAHalfSecondsOldIsNotFresh) {
 TEST(TimelineLayout, editsOfAProjectAndAMinuteAreOneMark) {
   TimelineInput input = hourOf({});
   input.edits = {
-      {.projectRoot = "/b", .sessionID = "s", .start = beforeTen(60), .files = 2, .paths = {"x"}},
+      {.projectRoot = "/b", .sessionID = "s", .start = beforeTen(60), .files = 2, .paths = {"z"}},
       {.projectRoot = "/a", .sessionID = "s", .start = beforeTen(60), .files = -7},
       {.projectRoot = "/b",
        .sessionID = "s",
        .start = beforeTen(1),
        .files = 1,
-       .paths = {"y", "x", "y"}},
+       .paths = {"y", "z", "y"}},
       {.projectRoot = "/b", .sessionID = "t", .start = ten, .files = 50},
       {.projectRoot = "/b", .sessionID = "u", .start = ten, .files = 50},
       {.projectRoot = "/b", .start = ten + microseconds(1), .files = 1}};
@@ -263,7 +263,7 @@ TEST(TimelineLayout, editsOfAProjectAndAMinuteAreOneMark) {
   EXPECT_EQ(first.length, Seconds(60));
   EXPECT_EQ(first.files, 3);
   EXPECT_EQ(first.sessionID, "s");
-  EXPECT_EQ(first.paths, (std::vector<std::string>{"x", "y"}));
+  EXPECT_EQ(first.paths, (std::vector<std::string>{"z", "y"}));
   EXPECT_NEAR(first.height, 5 + 3 * 2.2, 1e-9);
   EXPECT_NEAR(first.x, 888 - 30 * 876 / 3600.0 - 7, 1e-9);
   EXPECT_EQ(layout.edits[1].height, 5);
@@ -314,8 +314,8 @@ TEST(TimelineLayout, pointsFindCardsThenMarkersThenEdits) {
 
 TEST(TimelineLayout, theKeyboardStepsFromOldToNew) {
   const TimelineLayout layout =
-      TimelineLayout::make(hourOf({happened(started, ten, "b"),
-                                   happened(finished, ten, "a"),
+      TimelineLayout::make(hourOf({happened(started, ten, "a"),
+                                   happened(finished, ten, "b"),
                                    happened(needsYou, beforeTen(9), "z")}));
   using enum TimelineStep;
   const auto step = [&](std::optional<std::string_view> from, TimelineStep direction) {

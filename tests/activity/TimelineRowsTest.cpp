@@ -112,8 +112,11 @@ class Story final {
       ActivityEvent event = happened(
           kind, beforeTen(static_cast<double>(random_() % 3600)), std::to_string(++lastID_));
       event.sessionID = "claude:" + std::to_string(random_() % 3);
-      event.title = std::string(random_() % 40, 't');
       events_.push_back(event);
+    }
+    for (ActivityEvent& event : events_) {
+      if (random_() % 4 == 0)
+        event.title = std::string(random_() % 40, 't');  // the card may get too wide for its row
     }
     std::erase_if(events_, [this](const ActivityEvent&) { return random_() % 20 == 0; });
     TimelineInput input = hourOf(events_);
@@ -178,7 +181,7 @@ TEST(TimelineRows, keepTheirDistanceAndTheirCards) {
     previous = std::move(layout);
   }
   EXPECT_GT(kept, 100U);
-  EXPECT_GT(moved, 0U);
+  EXPECT_GT(moved, 5U);
 }
 
 TEST(TimelineRows, aFreeRowOfBeforeIsKeptAndAnotherSizesIsNot) {
