@@ -124,6 +124,19 @@ std::string isoTextWithoutZone(const CivilTime& civil) {
 
 }  // namespace
 
+Date shifted(Date date, Seconds seconds) {
+  const double count = std::round(seconds.count() * 1e6);
+  if (std::isnan(count))
+    return date;
+  std::int64_t sum = 0;
+  // 2^63, the first number that is too large.
+  if (std::abs(count) >= 0x1p63 ||
+      __builtin_add_overflow(
+          date.time_since_epoch().count(), static_cast<std::int64_t>(count), &sum))
+    return count > 0 ? Date::max() : Date::min();
+  return Date{microseconds{sum}};
+}
+
 std::optional<Date> dateFromSeconds(double seconds) {
   if (!std::isfinite(seconds))
     return std::nullopt;

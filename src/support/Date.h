@@ -37,6 +37,10 @@ constexpr Seconds elapsed(Date earlier, Date later) {
   return later - earlier;
 }
 
+/// `date` moved by `seconds`, to the nearest microsecond. What lies beyond the first or last
+/// instant that a `Date` can hold becomes that instant; not a number moves nothing.
+Date shifted(Date date, Seconds seconds);
+
 /// Seconds since 1970 as the databases store them.
 constexpr double secondsSince1970(Date date) {
   return Seconds(date.time_since_epoch()).count();

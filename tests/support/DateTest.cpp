@@ -54,6 +54,16 @@ TEST(DateTest, WritesTimesRoundedDown) {
   }
 }
 
+TEST(DateTest, ShiftsNoFurtherThanADateGoes) {
+  const double infinity = std::numeric_limits<double>::infinity();
+  EXPECT_EQ(shifted(october, Seconds(-0.0000016)), october - 2us);
+  EXPECT_EQ(shifted(october, Seconds(std::nan(""))), october);
+  EXPECT_EQ(shifted(Date::max(), 1us), Date::max());
+  EXPECT_EQ(shifted(Date::min() + 1us, -2us), Date::min());
+  EXPECT_EQ(shifted(Date::min(), Seconds(9.3e12)), Date::max());
+  EXPECT_EQ(shifted(october, Seconds(-infinity)), Date::min());
+}
+
 TEST(DateTest, TakesMillisecondsOnlyWhenTheyAreADate) {
   EXPECT_EQ(msDate(0.4), Date{400us});
   EXPECT_EQ(msDate(1791190800000.25), october + 250us);
