@@ -1,0 +1,214 @@
+#include "activity/ReplayClock.h"
+
+#include <gtest/gtest.h>
+
+#include "FeedRun.h"
+
+namespace tessivane {
+namespace {
+
+using namespace std::chrono_literals;
+
+const Date base = ManualClock::defaultStart;
+
+// A minute of replay at each of these: 10x, paused, 60x; from an hour ago.
+ReplayClock steeredClock() {
+  ReplayClock clock = ReplayClock::playing(base - 1h, ReplaySpeed::x10, base);
+  clock.isPlaying = false;
+  clock.anchor(base + 1min);
+  clock.anchor(base + 1min + 30s);
+  clock.isPlaying = true;
+  clock.speed = ReplaySpeed::x60;
+  clock.anchor(base + 2min);
+  return clock;
+}
+
+TEST(ReplayClock, runsPieceByPiece) {
+  const ReplayClock clock = steeredClock();
+  ASSERT_EQ(clock.segments.size(), 3U) << "pausing twice adds nothing";
+  struct Row {
+    Seconds time = {};      // after the beginning
+    Seconds position = {};  // before it
+  };
+  const std::vector<Row> rows = {{.time = 2min, .position = 50min},
+                                 {.time = 1min, .position = 50min},
+                                 {.time = 2min + 1s, .position = 49min},
+                                 {.time = 1h, .position = -1h}};  // it does not overtake
+  for (const Row& row : rows)
+    EXPECT_EQ(clock.position(shifted(base, row.time)), shifted(base, -row.position));
+}
+
+TEST(ReplayClock, knowsWhenItPassesADate) {
+  const ReplayClock clock = steeredClock();
+  const Date now = base + 2min + 10s;
+  struct Row {
+    Seconds ago = {};  // the date, before the beginning
+    std::optional<Seconds> crossed = {};
+    std::optional<Seconds> popsIn = {};
+  };
+  const std::vector<Row> rows = {
+      {.ago = 2h},
+      {.ago = 1h},
+      {.ago = 1h - 10s, .crossed = 1s, .popsIn = 1s},
+      {.ago = 50min, .crossed = 1min, .popsIn = 1min},  // where it was paused
+      {.ago = 49min, .crossed = 2min + 1s, .popsIn = 2min + 1s},
+      {.ago = 40min, .crossed = 2min + 10s, .popsIn = 2min + 10s},
+      {.ago = 39min, .popsIn = 2min + 11s},
+  };
+  for (const Row& row : rows) {
+    const Date date = shifted(base, -row.ago);
+    const auto at = [](std::optional<Seconds> seconds) {
+      return seconds ? std::optional(shifted(base, *seconds)) : std::nullopt;
+    };
+    EXPECT_EQ(clock.crossingTime(date, now), at(row.crossed)) << row.ago.count();
+    EXPECT_EQ(clock.popInTime(date, now), at(row.popsIn)) << row.ago.count();
+  }
+  ReplayClock paused = clock;
+  paused.isPlaying = false;
+  paused.anchor(now);
+  EXPECT_EQ(paused.popInTime(base - 39min, now), std::nullopt);
+  EXPECT_EQ(paused.popInTime(base - 49min, now + 1h), base + 2min + 1s);
+}
+
+struct ReplayRun : FeedRun {
+  ReplayRun() { feed->start(); }
+  std::optional<Seconds> position() const {
+    const auto end = feed->replayEnd(now());
+    return end ? std::optional(elapsed(*end, now())) : std::nullopt;
+  }
+};
+
+TEST(ReplayOfFeed, runsUntilItCatchesUp) {
+  struct Row {
+    Seconds from = {};
+    ReplaySpeed speed = ReplaySpeed::x1;
+    std::optional<Seconds> ends = {};
+  };
+  const std::vector<Row> rows = {
+      {.from = 48h + 1s, .speed = ReplaySpeed::x360, .ends = 172800s / 359.0},
+      {.from = 15min, .speed = ReplaySpeed::x10, .ends = 100s},
+      {.from = 15min, .speed = ReplaySpeed::x60, .ends = 900s / 59.0},
+      {.from = -1h, .speed = ReplaySpeed::x60, .ends = 0s},
+      {.from = 15min, .speed = ReplaySpeed::x1},
+  };
+  for (const Row& row : rows) {
+    ReplayRun run;
+    run.feed->setPausedEnd(run.now());
+    run.feed->startReplay(run.ago(row.from), row.speed, run.now());
+    EXPECT_FALSE(run.feed->isLive());
+    EXPECT_EQ(run.feed->pausedEnd(), std::nullopt);
+    if (!row.ends) {
+      run.queue.advance(1h);
+      EXPECT_EQ(run.position(), row.from);
+      EXPECT_EQ(run.feed->replayStep(), 3600);
+      continue;
+    }
+    if (*row.ends > 0s) {
+      run.queue.advance(*row.ends - 1ms);
+      EXPECT_TRUE(run.feed->isReplaying());
+    }
+    run.queue.advance(30ms);
+    EXPECT_TRUE(run.feed->isLive()) << label(row.speed);
+  }
+}
+
+TEST(ReplayOfFeed, stepsOnlyWhileItPlays) {
+  ReplayRun run;
+  run.feed->setReplayStepInterval(0s);
+  run.feed->startReplay(run.ago(1h), ReplaySpeed::x1, run.now());
+  run.queue.advance(1s);
+  EXPECT_EQ(run.feed->replayStep(), 10) << "ten a second at most";
+  run.feed->toggleReplay(run.now());
+  run.queue.advance(1s);
+  EXPECT_EQ(run.feed->replayStep(), 10);
+  EXPECT_EQ(run.position(), 1h + 1s);
+  run.feed->toggleReplay(run.now());
+  run.feed->setReplaySpeed(ReplaySpeed::x10, run.now());
+  run.queue.advance(1s);
+  EXPECT_EQ(run.feed->replayStep(), 20);
+  EXPECT_EQ(run.position(), 1h + 1s - 9s);
+  EXPECT_EQ(run.announced([&] { run.feed->setReplaySpeed(ReplaySpeed::x10, run.now()); }), 0);
+
+  run.feed->endReplay();
+  run.queue.advance(10s);
+  EXPECT_EQ(run.feed->replayStep(), 20);
+  EXPECT_FALSE(run.feed->updateReplay(run.now()));
+  EXPECT_EQ(run.announced([&] {
+    run.feed->endReplay();
+    run.feed->toggleReplay(run.now());
+  }),
+            0);
+
+  FeedRun idle;  // its source was not started
+  idle.feed->startReplay(idle.ago(1h), ReplaySpeed::x1, idle.now());
+  idle.queue.advance(10s);
+  EXPECT_EQ(idle.feed->replayStep(), 0);
+  idle.feed->start();
+  idle.queue.advance(10s);
+  EXPECT_EQ(idle.feed->replayStep(), 10);
+}
+
+TEST(ReplayOfFeed, takesInWhatArrivesMeanwhile) {
+  ReplayRun run;
+  const ActivityEvent before = commitOf("before", run.ago(1h));
+  run.append({before});
+  run.feed->startReplay(run.ago(10min), ReplaySpeed::x60, run.now());
+  run.append({commitOf("within", run.ago(9min)), commitOf("ahead", run.ago(1s))});
+  EXPECT_EQ(run.feed->pendingCount(), 0);
+  EXPECT_EQ(ids(run.feed->visibleEvents(run.now())), "before");
+  EXPECT_EQ(run.feed->events()[0], before) << "seen as before the replay";
+  run.queue.advance(2s);
+  EXPECT_EQ(ids(run.feed->visibleEvents(run.now())), "before within");
+  EXPECT_EQ(run.feed->events()[1].firstSeen, run.ago(1s));
+  EXPECT_EQ(run.feed->storedEvents()[1].firstSeen, run.ago(9min + 1s));
+  run.feed->endReplay();
+  EXPECT_EQ(run.feed->events()[1], run.feed->storedEvents()[1]);
+}
+
+// A person who pauses, goes on and changes the speed at will sees every event once, in order, and
+// at the moment at which the replay passes it.
+TEST(ReplayOfFeed, showsEachEventOnceAndInOrder) {
+  const unsigned seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  for (int round = 0; round < 10; ++round) {
+    ReplayRun run;
+    run.feed->setRange(ActivityRange::m15);
+    std::vector<ActivityEvent> events;
+    for (int i = 0; i < 200; ++i)
+      events.push_back(commitOf(std::to_string(i), run.ago(Seconds(1 + random() % 14400))));
+    run.append(events);
+    const std::string expected = ids(run.feed->storedEvents());
+
+    run.feed->startReplay(run.ago(14401s), ReplaySpeed::x60, run.now());
+    std::vector<ActivityEvent> shown;
+    std::size_t onlySince = 0;
+    Date last = run.now();
+    while (run.feed->isReplaying()) {
+      if (random() % 20 == 0)
+        run.feed->toggleReplay(run.now());
+      if (random() % 20 == 0)
+        run.feed->setReplaySpeed(allReplaySpeeds.at(1 + random() % 3), run.now());
+      run.queue.advance(Seconds(double(random() % 1000) / 500));
+      const auto visible = run.feed->visibleEvents(run.now());
+      if (visible.empty())
+        continue;
+      const auto place = std::ranges::find(shown, visible.front().id, &ActivityEvent::id);
+      const auto first = static_cast<std::size_t>(place - shown.begin());
+      ASSERT_GE(first, onlySince) << "what has gone comes back";
+      onlySince = first;
+      for (std::size_t i = shown.size() - first; i < visible.size(); ++i) {
+        shown.push_back(visible[i]);
+        if (run.feed->isReplaying()) {
+          EXPECT_GE(visible[i].firstSeen, last - 1ms);
+          EXPECT_LE(visible[i].firstSeen, run.now() + 1ms);
+        }
+      }
+      last = run.now();
+    }
+    EXPECT_EQ(ids(shown), expected);
+  }
+}
+
+}  // namespace
+}  // namespace tessivane
