@@ -38,6 +38,13 @@ class DatedList final {
     return found == places_.end() ? nullptr : &items_[found->second - dropped_];
   }
 
+  /// The same, for whoever goes through many items in about the order of the list: looks first
+  /// behind `previous`, the item found before or null. Only when settled.
+  const Item* find(const std::string& itemID, const Item* previous) const {
+    const bool hasNext = previous != nullptr && previous != &items_.back();
+    return hasNext && std::invoke(id, previous[1]) == itemID ? previous + 1 : find(itemID);
+  }
+
   /// Adds the item, or puts it in the place of the one with its id.
   void put(Item item) {
     const auto [place, isNew] =

@@ -63,10 +63,12 @@ EventHistory::Sightings::const_iterator EventHistory::sightingsOf(
 bool EventHistory::wouldChange(std::span<const ActivityEvent> batch, Date cutoff) const {
   if (!events().empty() && events().front().date < cutoff)
     return true;
+  // A source that delivers everything again does so in order.
+  const ActivityEvent* known = nullptr;
   return std::ranges::any_of(batch, [&](const ActivityEvent& event) {
     if (event.date < cutoff)
       return false;
-    const ActivityEvent* known = events_.find(event.id);
+    known = events_.find(event.id, known);
     return known == nullptr || contents(*known) != contents(event) ||
            sightingsOf(event) != sightings_.end();
   });

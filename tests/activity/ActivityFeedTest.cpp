@@ -70,6 +70,23 @@ TEST(ActivityFeed, knowsWhatItHasSeen) {
   EXPECT_EQ(run.feed->eventsRevision(), 3) << "edits have no part in it";
 }
 
+TEST(ActivityFeed, findsItsEventsHoweverLongItRuns) {
+  FeedRun run;
+  for (int hour = 0; hour < 200; ++hour) {
+    run.clock.advance(1h);
+    run.append({commitOf(std::to_string(hour), run.now())}, {editsOf(run.now(), {})});
+  }
+  std::vector<ActivityEvent> events(run.feed->events().begin(), run.feed->events().end());
+  const std::vector<EditBucket> edits(run.feed->edits().begin(), run.feed->edits().end());
+  ASSERT_EQ(events.size(), 49U);
+  std::ranges::reverse(events);
+  EXPECT_EQ(run.announced([&] { run.append(events, edits); }), 0);
+  events[20].title = "better";
+  run.append(events, edits);
+  std::ranges::reverse(events);
+  EXPECT_TRUE(std::ranges::equal(run.feed->events(), events));
+}
+
 TEST(ActivityFeed, announcesBeforeItChanges) {
   FeedRun run;
   std::string seen;

@@ -153,6 +153,7 @@ TEST(ReplayOfFeed, takesInWhatArrivesMeanwhile) {
   const ActivityEvent before = commitOf("before", run.ago(1h));
   run.append({before});
   run.feed->startReplay(run.ago(10min), ReplaySpeed::x60, run.now());
+  run.feed->setPausedEnd(run.now());  // of no effect before the replay ends
   run.append({commitOf("within", run.ago(9min)), commitOf("ahead", run.ago(1s))});
   EXPECT_EQ(run.feed->pendingCount(), 0);
   EXPECT_EQ(ids(run.feed->visibleEvents(run.now())), "before");
