@@ -403,6 +403,7 @@ TEST(ActivityFeed, doesNotCareHowABatchIsCut) {
     FeedRun pieces;
     const auto batch = randomBatch(random, whole.now());
     std::vector<EditBucket> edits;
+    edits.reserve(batch.size());
     for (const ActivityEvent& event : batch)
       edits.push_back(editsOf(event.date, {event.title}));
     whole.append(batch, edits);

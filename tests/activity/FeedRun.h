@@ -54,7 +54,7 @@ struct FeedRun {
   Date now() const { return clock.now(); }
   Date ago(Seconds seconds) const { return shifted(now(), -seconds); }
 
-  void append(std::vector<ActivityEvent> events, std::vector<EditBucket> edits = {}) {
+  void append(std::vector<ActivityEvent> events, std::vector<EditBucket> edits = {}) const {
     feed->append(std::move(events), std::move(edits), now());
   }
   /// What a call of `operation` announced.
@@ -83,11 +83,13 @@ inline ActivityEvent pullRequestOf(std::string id, Date date, std::string root) 
   return event;
 }
 
-inline EditBucket editsOf(Date start, std::vector<std::string> paths, std::string root = "/p") {
+inline EditBucket editsOf(Date start,
+                          const std::vector<std::string>& paths,
+                          std::string root = "/p") {
   return {.projectRoot = std::move(root),
           .start = start,
           .files = static_cast<std::int64_t>(paths.size()),
-          .paths = std::move(paths)};
+          .paths = paths};
 }
 
 template <typename Events>

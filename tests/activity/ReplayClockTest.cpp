@@ -176,6 +176,7 @@ TEST(ReplayOfFeed, showsEachEventOnceAndInOrder) {
     ReplayRun run;
     run.feed->setRange(ActivityRange::m15);
     std::vector<ActivityEvent> events;
+    events.reserve(200);
     for (int i = 0; i < 200; ++i)
       events.push_back(commitOf(std::to_string(i), run.ago(Seconds(1 + random() % 14400))));
     run.append(events);

@@ -29,6 +29,8 @@ class ManualQueue final : public TaskQueue {
 
   /// The clock must outlive the queue.
   explicit ManualQueue(ManualClock& clock);
+  ManualQueue(const ManualQueue&) = delete;
+  ManualQueue& operator=(const ManualQueue&) = delete;
   ~ManualQueue() override;
 
   void async(Task task) override;
