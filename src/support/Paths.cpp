@@ -35,6 +35,13 @@ std::optional<std::string_view> environmentValue(const char* name) {
   return value;
 }
 
+std::string userDirectory(const char* variable, std::string_view fallback) {
+  const auto configured = environmentValue(variable);
+  if (configured && configured->starts_with('/'))
+    return withoutTrailingSlashes(*configured);
+  return joinedPath(Paths::home(), fallback);
+}
+
 }  // namespace
 
 std::string homeDirectory(std::optional<std::string_view> environment, std::string_view account) {
@@ -51,10 +58,11 @@ const std::string& Paths::home() {
 }
 
 std::string Paths::configDirectory() {
-  const auto configured = environmentValue("XDG_CONFIG_HOME");
-  if (configured && configured->starts_with('/'))
-    return withoutTrailingSlashes(*configured);
-  return joinedPath(home(), ".config");
+  return userDirectory("XDG_CONFIG_HOME", ".config");
+}
+
+std::string Paths::dataDirectory() {
+  return userDirectory("XDG_DATA_HOME", ".local/share");
 }
 
 std::string joinedPath(std::string_view directory, std::string_view name) {

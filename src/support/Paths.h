@@ -16,8 +16,10 @@ struct Paths {
   /// The user's home directory, never empty, never with a slash at the end (but for "/" itself).
   static const std::string& home();
 
-  /// The XDG directory of that variable when it holds an absolute path, else "{home}/{fallback}".
+  /// $XDG_CONFIG_HOME when that is an absolute path, else "{home}/.config"; $XDG_DATA_HOME
+  /// likewise, else "{home}/.local/share".
   static std::string configDirectory();
+  static std::string dataDirectory();
 };
 
 /// `directory` and `name` with one slash between them.

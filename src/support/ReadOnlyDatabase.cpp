@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
@@ -116,31 +115,6 @@ std::string privateDirectory() {
 }
 
 }  // namespace
-
-DatabaseRow::DatabaseRow(std::shared_ptr<const Columns> columns,
-                         std::vector<std::optional<DatabaseValue>> values)
-    : columns_(std::move(columns)), values_(std::move(values)) {}
-
-const DatabaseValue* DatabaseRow::value(std::string_view column) const {
-  const auto found = std::find(columns_->begin(), columns_->end(), column);
-  if (found == columns_->end())
-    return nullptr;
-  const auto& value = values_[static_cast<std::size_t>(found - columns_->begin())];
-  return value ? &*value : nullptr;
-}
-
-const std::string* DatabaseRow::text(std::string_view column) const {
-  const DatabaseValue* found = value(column);
-  return found == nullptr ? nullptr : std::get_if<std::string>(found);
-}
-
-std::optional<std::int64_t> DatabaseRow::integer(std::string_view column) const {
-  const DatabaseValue* found = value(column);
-  const auto* integer = found == nullptr ? nullptr : std::get_if<std::int64_t>(found);
-  if (integer == nullptr)
-    return std::nullopt;
-  return *integer;
-}
 
 std::shared_ptr<const DatabaseCopy> DatabaseCopy::make(const std::string& path) {
   const auto database = fileStamp(path);
@@ -286,36 +260,7 @@ std::vector<DatabaseRow> ReadOnlyDatabase::stepThrough(sqlite3_stmt* statement) 
   std::vector<DatabaseRow> rows;
   if (statement == nullptr)
     return rows;  // a statement of nothing but white space
-  const int count = sqlite3_column_count(statement);
-  auto columns = std::make_shared<DatabaseRow::Columns>();
-  for (int i = 0; i < count; ++i)
-    columns->emplace_back(sqlite3_column_name(statement, i));
-  int result = SQLITE_ROW;
-  while ((result = sqlite3_step(statement)) == SQLITE_ROW) {
-    std::vector<std::optional<DatabaseValue>> values(static_cast<std::size_t>(count));
-    for (int i = 0; i < count; ++i) {
-      auto& value = values[static_cast<std::size_t>(i)];
-      switch (sqlite3_column_type(statement, i)) {
-        case SQLITE_INTEGER:
-          value = sqlite3_column_int64(statement, i);
-          break;
-        case SQLITE_FLOAT:
-          value = sqlite3_column_double(statement, i);
-          break;
-        case SQLITE_TEXT: {
-          const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, i));
-          if (text == nullptr)
-            break;  // out of memory
-          value = std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(statement, i)));
-          break;
-        }
-        default:
-          break;
-      }
-    }
-    rows.emplace_back(columns, std::move(values));
-  }
-  if (result != SQLITE_DONE)
+  if (stepToRows(statement, rows) != SQLITE_DONE)
     lastError_ = sqlite3_errmsg(db_);
   return rows;
 }

@@ -13,37 +13,15 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
+#include "support/DatabaseRow.h"
 #include "support/Files.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
 
 namespace tessivane {
-
-using DatabaseValue = std::variant<std::int64_t, double, std::string>;
-
-/// One row of a result, by column name. A null or a blob is as absent as a column that the
-/// statement does not have.
-class DatabaseRow final {
- public:
-  using Columns = std::vector<std::string>;
-
-  DatabaseRow(std::shared_ptr<const Columns> columns,
-              std::vector<std::optional<DatabaseValue>> values);
-
-  /// The value of that column, nothing if absent. The pointer is good as long as the row.
-  const DatabaseValue* value(std::string_view column) const;
-  /// The value when it is of that type, else nothing. An integer column is no text.
-  const std::string* text(std::string_view column) const;
-  std::optional<std::int64_t> integer(std::string_view column) const;
-
- private:
-  std::shared_ptr<const Columns> columns_;
-  std::vector<std::optional<DatabaseValue>> values_;
-};
 
 /// A database and its write-ahead log copied to a private directory, which goes with the value.
 class DatabaseCopy final {

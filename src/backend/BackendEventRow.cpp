@@ -1,0 +1,116 @@
+#include "backend/BackendEventRow.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "support/Paths.h"
+
+namespace tessivane {
+
+namespace {
+
+std::optional<std::string> textOf(const DatabaseRow& row, std::string_view column) {
+  const std::string* text = row.text(column);
+  if (text == nullptr)
+    return std::nullopt;
+  return *text;
+}
+
+std::optional<Agent> agentOf(const DatabaseRow& row, std::string_view column) {
+  const std::string* text = row.text(column);
+  for (const Agent agent : allAgents) {
+    if (text != nullptr && *text == rawValue(agent))
+      return agent;
+  }
+  return std::nullopt;
+}
+
+// A session has moments of its own, which have no ref but the one made for their row.
+bool hasRef(ActivityKind kind) {
+  return kind != ActivityKind::needsYou && kind != ActivityKind::finished;
+}
+
+}  // namespace
+
+std::string BackendEventRow::projectName(std::string_view root) {
+  const auto name = lastPathComponent(root);
+  return std::string(name.empty() ? "~" : name);
+}
+
+std::string BackendEventRow::id(ActivityKind kind, std::string_view root, std::string_view ref) {
+  std::string id(rawValue(kind));
+  id += ':';
+  id += root;
+  id += ':';
+  id += ref;
+  return id;
+}
+
+std::string BackendEventRow::refColumn(const ActivityEvent& event) {
+  if (event.ref)
+    return *event.ref;
+  const auto age = event.date.time_since_epoch();
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(age).count();
+  return event.sessionID.value_or("-") + "@" + std::to_string(seconds);
+}
+
+std::int64_t BackendEventRow::minute(Date date) {
+  return std::chrono::floor<std::chrono::minutes>(date.time_since_epoch()).count();
+}
+
+std::vector<std::string> BackendEventRow::paths(std::string_view column) {
+  std::vector<std::string> paths;
+  while (!column.empty() && paths.size() < maxPaths) {
+    const auto line = column.substr(0, column.find('\n'));
+    if (!line.empty())
+      paths.emplace_back(line);
+    column.remove_prefix(std::min(line.size() + 1, column.size()));
+  }
+  return paths;
+}
+
+std::optional<ActivityEvent> BackendEventRow::event(const DatabaseRow& row) {
+  const std::string* kindText = row.text("kind");
+  const std::string* root = row.text("root");
+  const std::string* ref = row.text("ref");
+  const auto kind = kindText == nullptr ? std::nullopt : activityKind(*kindText);
+  const auto seconds = row.real("ts");
+  const auto date = seconds ? dateFromSeconds(*seconds) : std::nullopt;
+  if (!kind || root == nullptr || ref == nullptr || !date)
+    return std::nullopt;
+  return ActivityEvent{.id = id(*kind, *root, *ref),
+                       .kind = *kind,
+                       .date = *date,
+                       .projectRoot = *root,
+                       .projectName = projectName(*root),
+                       .sessionID = textOf(row, "session_id"),
+                       .sessionTitle = textOf(row, "session_title"),
+                       .owner = agentOf(row, "owner"),
+                       .engine = agentOf(row, "engine"),
+                       .ref = hasRef(*kind) ? std::optional(*ref) : std::nullopt,
+                       .title = textOf(row, "title").value_or(""),
+                       .detail = textOf(row, "detail"),
+                       .branch = textOf(row, "branch")};
+}
+
+std::optional<EditBucket> BackendEventRow::bucket(const DatabaseRow& row) {
+  const std::string* root = row.text("root");
+  const auto minute = row.integer("minute");
+  const auto files = row.integer("files");
+  const auto start = minute ? dateFromSeconds(static_cast<double>(*minute) * 60) : std::nullopt;
+  if (root == nullptr || !start || !files)
+    return std::nullopt;
+  auto sessionID = textOf(row, "session_id");
+  if (sessionID && sessionID->empty())
+    sessionID.reset();
+  const std::string* lines = row.text("paths");
+  return EditBucket{.projectRoot = *root,
+                    .projectName = projectName(*root),
+                    .sessionID = std::move(sessionID),
+                    .start = *start,
+                    .files = *files,
+                    .paths = paths(lines == nullptr ? std::string_view() : *lines)};
+}
+
+}  // namespace tessivane

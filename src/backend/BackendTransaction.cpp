@@ -1,0 +1,19 @@
+#include "backend/BackendTransaction.h"
+
+namespace tessivane {
+
+BackendTransaction::BackendTransaction(BackendEventStore& store) : db_(store.db()) {
+  // A commit may fail and leave its transaction open. It is due now; the next one could not begin.
+  if (db_.inTransaction())
+    db_.exec("commit");
+  store.completeSchema();
+  begun_ = db_.exec("begin immediate");
+  failuresBefore_ = db_.failures();
+}
+
+BackendTransaction::~BackendTransaction() {
+  if (begun_)
+    db_.exec("commit");
+}
+
+}  // namespace tessivane
