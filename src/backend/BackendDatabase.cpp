@@ -36,6 +36,17 @@ struct Binder {
   int operator()(std::monostate /*null*/) const { return sqlite3_bind_null(statement, position); }
 };
 
+sqlite3* opened(const std::string& path) {
+  constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+  sqlite3* db = nullptr;
+  if (sqlite3_open_v2(path.c_str(), &db, flags, nullptr) != SQLITE_OK) {
+    sqlite3_close(db);
+    return nullptr;
+  }
+  sqlite3_busy_timeout(db, busyTimeoutMilliseconds);
+  return db;
+}
+
 bool isBusy(int result) {
   return (result & 0xff) == SQLITE_BUSY;
 }
@@ -49,14 +60,10 @@ void BackendDatabase::Finalizer::operator()(sqlite3_stmt* statement) const {
 std::unique_ptr<BackendDatabase> BackendDatabase::open(const std::string& path) {
   std::error_code ignored;
   std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
-  constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-  sqlite3* db = nullptr;
-  if (sqlite3_open_v2(path.c_str(), &db, flags, nullptr) != SQLITE_OK) {
-    sqlite3_close(db);
+  sqlite3* db = opened(path);
+  if (db == nullptr)
     return nullptr;
-  }
-  sqlite3_busy_timeout(db, busyTimeoutMilliseconds);
-  return std::unique_ptr<BackendDatabase>(new BackendDatabase(db));
+  return std::unique_ptr<BackendDatabase>(new BackendDatabase(path, db));
 }
 
 BackendDatabase::~BackendDatabase() {
@@ -95,6 +102,16 @@ std::vector<DatabaseRow> BackendDatabase::query(std::string_view sql, Arguments 
 
 bool BackendDatabase::inTransaction() const {
   return sqlite3_get_autocommit(db_) == 0;
+}
+
+void BackendDatabase::reopenIfReadOnly() {
+  sqlite3* db = sqlite3_db_readonly(db_, "main") == 1 ? opened(path_) : nullptr;
+  if (db == nullptr)
+    return;
+  statements_.clear();
+  sqlite3_close(db_);
+  db_ = db;
+  vainWaits_ = 0;
 }
 
 sqlite3_stmt* BackendDatabase::prepare(std::string_view sql, Arguments arguments) {

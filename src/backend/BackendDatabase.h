@@ -18,6 +18,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "backend/BackendSQLValue.h"
@@ -60,25 +61,30 @@ class BackendDatabase final {
   /// some failures (a full disk, a read or write error).
   bool inTransaction() const;
 
+  /// Opens the file anew if it could not be written when it was opened, as SQLite would not try
+  /// again. Not within a transaction.
+  void reopenIfReadOnly();
+
  private:
   struct Finalizer {
     void operator()(sqlite3_stmt* statement) const;
   };
   struct TextHash {
-    using is_transparent = void;
+    using is_transparent = void;  // NOLINT(readability-identifier-naming): the library's name
     std::size_t operator()(std::string_view text) const {
       return std::hash<std::string_view>{}(text);
     }
   };
   using Statement = std::unique_ptr<sqlite3_stmt, Finalizer>;
 
-  explicit BackendDatabase(sqlite3* db) : db_(db) {}
+  BackendDatabase(std::string path, sqlite3* db) : path_(std::move(path)), db_(db) {}
 
   sqlite3_stmt* prepare(std::string_view sql, Arguments arguments);
   void conclude(sqlite3_stmt* statement, bool succeeded);
   void fail(std::string message);
   void noteLock(bool wasLocked);
 
+  std::string path_;
   sqlite3* db_;
   std::unordered_map<std::string, Statement, TextHash, std::equal_to<>> statements_;
   std::optional<std::string> lastError_;

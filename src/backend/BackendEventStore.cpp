@@ -95,10 +95,11 @@ std::unique_ptr<BackendEventStore> BackendEventStore::open(const std::string& pa
 }
 
 BackendEventStore::BackendEventStore(std::unique_ptr<BackendDatabase> db) : db_(std::move(db)) {
-  completeSchema();
+  makeReady();
 }
 
-void BackendEventStore::completeSchema() {
+void BackendEventStore::makeReady() {
+  db_->reopenIfReadOnly();
   schemaIsComplete_ = schemaIsComplete_ || db_->exec(schema);
 }
 

@@ -78,9 +78,10 @@ class BackendEventStore final {
 
   explicit BackendEventStore(std::unique_ptr<BackendDatabase> db);
 
-  /// Runs the schema script unless it has gone through before: one that met a lock or a full disk
-  /// when the store was opened is made good by the next transaction.
-  void completeSchema();
+  /// Makes good what a fault prevented when the store was opened: runs the schema script unless it
+  /// has gone through, and opens a file anew that could not be written. For the beginning of a
+  /// scan.
+  void makeReady();
 
   BackendDatabase& db() { return *db_; }
 

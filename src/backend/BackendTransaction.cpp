@@ -6,13 +6,14 @@ BackendTransaction::BackendTransaction(BackendEventStore& store) : db_(store.db(
   // A commit may fail and leave its transaction open. It is due now; the next one could not begin.
   if (db_.inTransaction())
     db_.exec("commit");
-  store.completeSchema();
+  store.makeReady();
   begun_ = db_.exec("begin immediate");
   failuresBefore_ = db_.failures();
 }
 
 BackendTransaction::~BackendTransaction() {
-  if (begun_)
+  // Some failures have undone the transaction by now.
+  if (begun_ && db_.inTransaction())
     db_.exec("commit");
 }
 
