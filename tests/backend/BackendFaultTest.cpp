@@ -105,6 +105,21 @@ TEST_F(BackendFaultTest, MakesGoodWhatADiskRefused) {
   }
 }
 
+// Where the file system allows no write-ahead log, a reader can keep a commit from its lock.
+TEST_F(BackendFaultTest, CommitsLaterWhatAReaderHeldUp) {
+  const SampleScan scan;
+  home_.makeDirectory("data/Tessivane");
+  const DatabaseOwner reader(path_);
+  store().db().exec("pragma journal_mode = delete; pragma busy_timeout = 0");
+  reader.run("begin; select * from events");
+  EXPECT_TRUE(scan.run(store()));
+  EXPECT_TRUE(store().db().inTransaction());
+  reader.run("commit");
+  EXPECT_TRUE(scan.run(store()));
+  close();
+  EXPECT_EQ(contents(store().db()), undisturbed(scan));
+}
+
 TEST_F(BackendFaultTest, ReadsWhatItMayNotWrite) {
   const SampleScan scan;
   const std::string expected = undisturbed(scan);
