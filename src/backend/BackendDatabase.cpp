@@ -100,6 +100,13 @@ std::vector<DatabaseRow> BackendDatabase::query(std::string_view sql, Arguments 
   return rows;
 }
 
+void BackendDatabase::visit(std::string_view sql,
+                            Arguments arguments,
+                            FunctionRef<void(const StatementRow&)> visitor) {
+  if (sqlite3_stmt* statement = prepare(sql, arguments))
+    conclude(statement, stepThroughRows(statement, visitor) == SQLITE_DONE);
+}
+
 bool BackendDatabase::inTransaction() const {
   return sqlite3_get_autocommit(db_) == 0;
 }

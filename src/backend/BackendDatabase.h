@@ -23,6 +23,7 @@
 
 #include "backend/BackendSQLValue.h"
 #include "support/DatabaseRow.h"
+#include "support/FunctionRef.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -50,6 +51,11 @@ class BackendDatabase final {
 
   /// The rows of one statement; on failure those gathered before it.
   std::vector<DatabaseRow> query(std::string_view sql, Arguments arguments = {});
+
+  /// The same without copies, for results that may be large. The visitor runs no statement here.
+  void visit(std::string_view sql,
+             Arguments arguments,
+             FunctionRef<void(const StatementRow&)> visitor);
 
   /// Why the last statement that failed did so. Never cleared.
   const std::optional<std::string>& lastError() const { return lastError_; }

@@ -10,17 +10,17 @@ namespace tessivane {
 
 namespace {
 
-std::optional<std::string> textOf(const DatabaseRow& row, std::string_view column) {
-  const std::string* text = row.text(column);
-  if (text == nullptr)
+std::optional<std::string> textOf(const StatementRow& row, std::string_view column) {
+  const auto text = row.text(column);
+  if (!text)
     return std::nullopt;
-  return *text;
+  return std::string(*text);
 }
 
-std::optional<Agent> agentOf(const DatabaseRow& row, std::string_view column) {
-  const std::string* text = row.text(column);
+std::optional<Agent> agentOf(const StatementRow& row, std::string_view column) {
+  const auto text = row.text(column);
   for (const Agent agent : allAgents) {
-    if (text != nullptr && *text == rawValue(agent))
+    if (text == rawValue(agent))
       return agent;
   }
   return std::nullopt;
@@ -70,47 +70,48 @@ std::vector<std::string> BackendEventRow::paths(std::string_view column) {
   return paths;
 }
 
-std::optional<ActivityEvent> BackendEventRow::event(const DatabaseRow& row) {
-  const std::string* kindText = row.text("kind");
-  const std::string* root = row.text("root");
-  const std::string* ref = row.text("ref");
-  const auto kind = kindText == nullptr ? std::nullopt : activityKind(*kindText);
+std::optional<ActivityEvent> BackendEventRow::event(const StatementRow& row) {
+  const auto kindName = row.text("kind");
+  const auto root = row.text("root");
+  const auto ref = row.text("ref");
   const auto seconds = row.real("ts");
-  const auto date = seconds ? dateFromSeconds(*seconds) : std::nullopt;
-  if (!kind || root == nullptr || ref == nullptr || !date)
+  if (!kindName || !root || !ref || !seconds)
+    return std::nullopt;
+  const auto kind = activityKind(*kindName);
+  const auto date = dateFromSeconds(*seconds);
+  if (!kind || !date)
     return std::nullopt;
   return ActivityEvent{.id = id(*kind, *root, *ref),
                        .kind = *kind,
                        .date = *date,
-                       .projectRoot = *root,
+                       .projectRoot = std::string(*root),
                        .projectName = projectName(*root),
                        .sessionID = textOf(row, "session_id"),
                        .sessionTitle = textOf(row, "session_title"),
                        .owner = agentOf(row, "owner"),
                        .engine = agentOf(row, "engine"),
-                       .ref = hasRef(*kind) ? std::optional(*ref) : std::nullopt,
+                       .ref = hasRef(*kind) ? std::optional<std::string>(*ref) : std::nullopt,
                        .title = textOf(row, "title").value_or(""),
                        .detail = textOf(row, "detail"),
                        .branch = textOf(row, "branch")};
 }
 
-std::optional<EditBucket> BackendEventRow::bucket(const DatabaseRow& row) {
-  const std::string* root = row.text("root");
+std::optional<EditBucket> BackendEventRow::bucket(const StatementRow& row) {
+  const auto root = row.text("root");
   const auto minute = row.integer("minute");
   const auto files = row.integer("files");
   const auto start = minute ? dateFromSeconds(static_cast<double>(*minute) * 60) : std::nullopt;
-  if (root == nullptr || !start || !files)
+  if (!root || !start || !files)
     return std::nullopt;
   auto sessionID = textOf(row, "session_id");
   if (sessionID && sessionID->empty())
     sessionID.reset();
-  const std::string* lines = row.text("paths");
-  return EditBucket{.projectRoot = *root,
+  return EditBucket{.projectRoot = std::string(*root),
                     .projectName = projectName(*root),
                     .sessionID = std::move(sessionID),
                     .start = *start,
                     .files = *files,
-                    .paths = paths(lines == nullptr ? std::string_view() : *lines)};
+                    .paths = paths(row.text("paths").value_or(""))};
 }
 
 }  // namespace tessivane

@@ -37,10 +37,10 @@ struct BackendEventRow {
 
   /// The event in a row of "events". Nothing for a kind that this version does not know, a date
   /// that is none, and a row without kind, root, ref or ts.
-  static std::optional<ActivityEvent> event(const DatabaseRow& row);
+  static std::optional<ActivityEvent> event(const StatementRow& row);
 
   /// The run of edits in a row of "edit_minutes"; nothing for one without root, minute or files.
-  static std::optional<EditBucket> bucket(const DatabaseRow& row);
+  static std::optional<EditBucket> bucket(const StatementRow& row);
 };
 
 }  // namespace tessivane

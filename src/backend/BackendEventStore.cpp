@@ -121,17 +121,18 @@ bool BackendEventStore::insert(const ActivityEvent& event) {
 
 BackendEventStore::History BackendEventStore::history(Date since) {
   History history;
-  for (const DatabaseRow& row :
-       db_->query("select * from events where ts >= ? order by ts", {secondsSince1970(since)})) {
-    if (auto event = BackendEventRow::event(row))
-      history.events.push_back(std::move(*event));
-  }
-  for (const DatabaseRow& row :
-       db_->query("select * from edit_minutes where minute >= ? order by minute",
-                  {BackendEventRow::minute(since)})) {
-    if (auto bucket = BackendEventRow::bucket(row))
-      history.edits.push_back(std::move(*bucket));
-  }
+  db_->visit("select * from events where ts >= ? order by ts",
+             {secondsSince1970(since)},
+             [&history](const StatementRow& row) {
+               if (auto event = BackendEventRow::event(row))
+                 history.events.push_back(std::move(*event));
+             });
+  db_->visit("select * from edit_minutes where minute >= ? order by minute",
+             {BackendEventRow::minute(since)},
+             [&history](const StatementRow& row) {
+               if (auto bucket = BackendEventRow::bucket(row))
+                 history.edits.push_back(std::move(*bucket));
+             });
   return history;
 }
 
@@ -255,8 +256,10 @@ BackendEventStore::PRReconcile BackendEventStore::reconcilePR(const PullRequest&
   }
   if (!changed)
     return {.kind = PRReconcile::Kind::unchanged};
-  const auto now = db_->query("select * from events where rowid = ?", {*id});
-  auto event = now.empty() ? std::nullopt : BackendEventRow::event(now.front());
+  std::optional<ActivityEvent> event;
+  db_->visit("select * from events where rowid = ?", {*id}, [&event](const StatementRow& row) {
+    event = BackendEventRow::event(row);
+  });
   if (!event)
     return {.kind = PRReconcile::Kind::unchanged};
   return {.kind = PRReconcile::Kind::updated, .event = std::move(event)};

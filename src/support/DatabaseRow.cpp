@@ -19,19 +19,23 @@ std::shared_ptr<const DatabaseRow::Columns> columnNames(sqlite3_stmt* statement)
   return columns;
 }
 
+std::optional<std::string_view> columnText(sqlite3_stmt* statement, int column) {
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+  if (text == nullptr)
+    return std::nullopt;  // out of memory
+  return std::string_view(text, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
+}
+
 std::optional<DatabaseValue> columnValue(sqlite3_stmt* statement, int column) {
   switch (sqlite3_column_type(statement, column)) {
     case SQLITE_INTEGER:
       return sqlite3_column_int64(statement, column);
     case SQLITE_FLOAT:
       return sqlite3_column_double(statement, column);
-    case SQLITE_TEXT: {
-      const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
-      if (text == nullptr)
-        return std::nullopt;  // out of memory
-      const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
-      return std::string(text, size);
-    }
+    case SQLITE_TEXT:
+      if (const auto text = columnText(statement, column))
+        return std::string(*text);
+      return std::nullopt;
     default:
       return std::nullopt;
   }
@@ -72,6 +76,33 @@ std::optional<double> DatabaseRow::real(std::string_view column) const {
   return valueOf<double>(value(column));
 }
 
+std::optional<int> StatementRow::index(std::string_view column, int type) const {
+  const auto found = std::find(columns_.begin(), columns_.end(), column);
+  const auto index = static_cast<int>(found - columns_.begin());
+  if (found == columns_.end() || sqlite3_column_type(statement_, index) != type)
+    return std::nullopt;
+  return index;
+}
+
+std::optional<std::string_view> StatementRow::text(std::string_view column) const {
+  const auto found = index(column, SQLITE_TEXT);
+  return found ? columnText(statement_, *found) : std::nullopt;
+}
+
+std::optional<std::int64_t> StatementRow::integer(std::string_view column) const {
+  const auto found = index(column, SQLITE_INTEGER);
+  if (!found)
+    return std::nullopt;
+  return sqlite3_column_int64(statement_, *found);
+}
+
+std::optional<double> StatementRow::real(std::string_view column) const {
+  const auto found = index(column, SQLITE_FLOAT);
+  if (!found)
+    return std::nullopt;
+  return sqlite3_column_double(statement_, *found);
+}
+
 int stepToRows(sqlite3_stmt* statement, std::vector<DatabaseRow>& rows) {
   std::shared_ptr<const DatabaseRow::Columns> columns;
   int result = SQLITE_ROW;
@@ -82,6 +113,17 @@ int stepToRows(sqlite3_stmt* statement, std::vector<DatabaseRow>& rows) {
     for (std::size_t i = 0; i < values.size(); ++i)
       values[i] = columnValue(statement, static_cast<int>(i));
     rows.emplace_back(columns, std::move(values));
+  }
+  return result;
+}
+
+int stepThroughRows(sqlite3_stmt* statement, FunctionRef<void(const StatementRow&)> visitor) {
+  std::shared_ptr<const DatabaseRow::Columns> columns;
+  int result = SQLITE_ROW;
+  while ((result = sqlite3_step(statement)) == SQLITE_ROW) {
+    if (!columns)
+      columns = columnNames(statement);
+    visitor(StatementRow(statement, *columns));
   }
   return result;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
-// Rows of SQLite results as values that outlive their statement. Safe on every thread.
+// Rows of SQLite results: as values that outlive their statement and are safe on every thread, and
+// as views of the row at which a statement stands. Views spare the copies where rows are many.
 
 #include <cstdint>
 #include <memory>
@@ -9,6 +10,8 @@
 #include <string_view>
 #include <variant>
 #include <vector>
+
+#include "support/FunctionRef.h"
 
 struct sqlite3_stmt;
 
@@ -37,9 +40,28 @@ class DatabaseRow final {
   std::vector<std::optional<DatabaseValue>> values_;
 };
 
-/// Steps through a prepared statement, adds its rows to `rows` and returns the result that ended
-/// it: SQLITE_DONE when that was the last row. Columns are taken as they are after the first step,
-/// as that may prepare the statement anew for a changed schema.
+/// The row at which a statement stands, by column name like a `DatabaseRow`. Good only inside the
+/// call that hands it out.
+class StatementRow final {
+ public:
+  StatementRow(sqlite3_stmt* statement, const DatabaseRow::Columns& columns)
+      : statement_(statement), columns_(columns) {}
+
+  std::optional<std::string_view> text(std::string_view column) const;
+  std::optional<std::int64_t> integer(std::string_view column) const;
+  std::optional<double> real(std::string_view column) const;
+
+ private:
+  std::optional<int> index(std::string_view column, int type) const;
+
+  sqlite3_stmt* statement_;
+  const DatabaseRow::Columns& columns_;
+};
+
+/// Steps through a prepared statement and returns the result that ended it: SQLITE_DONE when it was
+/// its last row. Columns are taken as they are after the first step, as that may prepare the
+/// statement anew for a changed schema.
 int stepToRows(sqlite3_stmt* statement, std::vector<DatabaseRow>& rows);
+int stepThroughRows(sqlite3_stmt* statement, FunctionRef<void(const StatementRow&)> visitor);
 
 }  // namespace tessivane
