@@ -15,13 +15,17 @@ namespace tessivane {
 
 namespace {
 
+FileStamp stampOf(const struct stat& status) {
+  return {.inode = status.st_ino,
+          .size = status.st_size,
+          .seconds = status.st_mtim.tv_sec,
+          .nanoseconds = status.st_mtim.tv_nsec};
+}
+
 std::optional<FileStamp> stampOfRegularFile(const struct stat& status) {
   if (!S_ISREG(status.st_mode))
     return std::nullopt;
-  return FileStamp{.inode = status.st_ino,
-                   .size = status.st_size,
-                   .seconds = status.st_mtim.tv_sec,
-                   .nanoseconds = status.st_mtim.tv_nsec};
+  return stampOf(status);
 }
 
 // Calls with the descriptor of the directory and each name but "." and "..".
@@ -50,6 +54,13 @@ std::optional<FileStamp> fileStamp(const std::string& path) {
   if (::stat(path.c_str(), &status) != 0)
     return std::nullopt;
   return stampOfRegularFile(status);
+}
+
+std::optional<FileStamp> directoryStamp(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
+    return std::nullopt;
+  return stampOf(status);
 }
 
 std::optional<Date> modificationDate(const std::string& path) {

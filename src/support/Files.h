@@ -32,6 +32,9 @@ struct FileStamp {
 /// dangling or looping links and what cannot be looked at give nothing.
 std::optional<FileStamp> fileStamp(const std::string& path);
 
+/// The same of the directory at `path`, for which it means: no name in it has come or gone.
+std::optional<FileStamp> directoryStamp(const std::string& path);
+
 /// The modification date of the regular file at `path`; nothing as for `fileStamp`.
 std::optional<Date> modificationDate(const std::string& path);
 

@@ -1,0 +1,28 @@
+#include "backend/BackendSessionAgents.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace tessivane {
+
+std::optional<Agent> BackendSessionAgents::engine(const AgentSession& session) {
+  constexpr std::array<std::pair<std::string_view, Agent>, 3> families = {
+      {{"claude", Agent::claude}, {"codex", Agent::codex}, {"gpt", Agent::codex}}};
+  if (session.agent != Agent::t3)
+    return session.agent;
+  // Names of models are ASCII; the rest stays as it is.
+  std::string model = session.model;
+  std::ranges::transform(model, model.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+  for (const auto& [name, agent] : families) {
+    if (model.find(name) != std::string::npos)
+      return agent;
+  }
+  return std::nullopt;
+}
+
+}  // namespace tessivane
