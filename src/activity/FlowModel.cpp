@@ -147,11 +147,6 @@ double clampedOrZero(double value, double low, double high) {
   return std::isnan(value) ? 0 : std::clamp(value, low, high);
 }
 
-Date shifted(Date date, Seconds by) {
-  // In numbers, as an instant near the ends of time would overflow.
-  return dateFromSeconds(secondsSince1970(date) + by.count()).value_or(date);
-}
-
 }  // namespace
 
 FlowModel FlowModel::make(FlowInput input) {

@@ -72,6 +72,7 @@ AppDelegate::Environment MainLine::environment() {
 void MainLine::launch(AppDelegate::Environment environment) {
   delegate_ = std::make_unique<AppDelegate>(std::move(environment));
   delegate_->applicationDidFinishLaunching();
+  program_->activity().start();
 }
 
 void MainLine::terminate() {

@@ -1,11 +1,14 @@
 #include "app/Program.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <future>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "activity/SyntheticActivitySource.h"
 #include "platform/SystemClock.h"
 #include "support/Calendar.h"
 #include "support/Paths.h"
@@ -63,13 +66,28 @@ RushController::Wiring rushWiring(TaskQueue& mainQueue,
   return wiring;
 }
 
+// Nothing but invented work can be shown so far, and that only to those who ask for it.
+std::unique_ptr<ActivitySource> activitySource(TaskQueue& mainQueue, const UserDefaults& defaults) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here sets the environment
+  const char* variable = std::getenv(syntheticActivityVariable);
+  const auto asked = variable == nullptr ? std::nullopt : std::optional<std::string_view>(variable);
+  if (!wantsSyntheticActivity(asked, defaults.boolean(syntheticActivityKey)))
+    return nullptr;
+  return std::make_unique<SyntheticActivitySource>(
+      SyntheticActivitySource::defaultSeed,
+      SyntheticActivitySource::defaultTickInterval,
+      SyntheticActivitySource::Environment{.now = systemNow, .queue = &mainQueue});
+}
+
 }  // namespace
 
 Program::Program(TaskQueue& mainQueue, UserDefaults& defaults, const Shell& shell)
     : discovery_(discoveryOptions()),
       refreshQueue_("tessivane.refresh"),
       store_(storeEnvironment(mainQueue, refreshQueue_, discovery_, shell)),
-      rush_(rushWiring(mainQueue, store_, shell), defaults) {}
+      rush_(rushWiring(mainQueue, store_, shell), defaults),
+      activity_({.mainQueue = &mainQueue, .defaults = &defaults, .now = systemNow},
+                activitySource(mainQueue, defaults)) {}
 
 Program::~Program() = default;
 

@@ -1,12 +1,13 @@
 #pragma once
 
-// The live program without its surfaces: settings, discovery, store and Rush, wired to each other.
-// Made on the main thread by the main line, for the length of the process; the same with a desktop
-// and without.
+// The live program without its surfaces: discovery, store, Rush and the activity feed, wired to
+// each other. Made on the main thread by the main line, for the length of the process; the same
+// with a desktop and without.
 
 #include <functional>
 #include <memory>
 
+#include "activity/ActivityFeed.h"
 #include "platform/Pasteboard.h"
 #include "platform/TaskQueue.h"
 #include "platform/UserDefaults.h"
@@ -36,6 +37,7 @@ class Program final {
 
   SessionStore& store() { return store_; }
   RushController& rush() { return rush_; }
+  ActivityFeed& activity() { return activity_; }
 
   /// Waits until the refresh queue has nothing to do, so that destroying the program is quick.
   /// False when a pass takes longer than that: it may be waiting for a writer's lock.
@@ -46,6 +48,7 @@ class Program final {
   SerialQueue refreshQueue_;
   SessionStore store_;
   RushController rush_;
+  ActivityFeed activity_;
 };
 
 /// The sessions that `store` publishes once it has loaded, at once and at every change, as a stream
