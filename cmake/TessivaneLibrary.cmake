@@ -140,6 +140,21 @@ function(tessivane_bench name)
   set_tests_properties(bench/${name} PROPERTIES LABELS bench TIMEOUT 600 RUN_SERIAL ON)
 endfunction()
 
+# tessivane_fuzz(<name> SOURCES <file>... DEPENDS <floor>...)
+#
+# One fuzz program, tessivane_<name>_fuzz. What it tries holds for any bytes, so its checks are a
+# header that a plain test includes too, as "fuzz/GitChecks.h".
+function(tessivane_fuzz name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;DEPENDS")
+  _tessivane_no_leftovers("tessivane_fuzz(${name})" "${arg_UNPARSED_ARGUMENTS}")
+  set(target tessivane_${name}_fuzz)
+  add_executable(${target} ${arg_SOURCES})
+  target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}")
+  list(TRANSFORM arg_DEPENDS PREPEND tessivane_)
+  target_link_libraries(${target} PRIVATE ${arg_DEPENDS})
+  target_link_options(${target} PRIVATE -fsanitize=fuzzer)
+endfunction()
+
 # The floors that the given ones lead to, themselves included.
 function(_tessivane_reachable result)
   set(reachable ${ARGN})

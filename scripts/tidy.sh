@@ -64,7 +64,7 @@ while IFS= read -r file; do
     echo "$file: no target of the preset clang compiles it"
     status=1
   fi
-done < <(find src tests bench -name '*.cpp')
+done < <(find src tests bench fuzz -name '*.cpp')
 
 xargs -0 -r -n 2 -P "$(nproc)" bash -c 'tidy_file "$@"' tidy <"$list" || status=1
 find "$clean" -type f -mtime +30 -delete
