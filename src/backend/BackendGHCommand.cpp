@@ -50,11 +50,12 @@ bool takesValue(std::string_view word) {
 
 // The words without the values of flags, the last word first.
 std::vector<std::string> withoutValues(std::vector<std::string> words) {
+  std::ranges::reverse(words);
   std::vector<std::string> kept;
-  for (auto word = words.rbegin(); word != words.rend(); ++word) {
-    if (takesValue(*word) && !kept.empty())
+  for (std::string& word : words) {
+    if (takesValue(word) && !kept.empty())
       kept.pop_back();
-    kept.push_back(std::move(*word));
+    kept.push_back(std::move(word));
   }
   return kept;
 }
@@ -107,11 +108,9 @@ class WordBuilder final {
     if (escaped_) {
       escaped_ = false;
       append(character);
-    } else if (quote_ == '\'') {
-      literalUntilQuote(character);
-    } else if (character == "\\") {
+    } else if (character == "\\" && quote_ != '\'') {
       escaped_ = true;
-    } else if (quote_ == '"') {
+    } else if (quote_ != '\0') {
       literalUntilQuote(character);
     } else if (character == "\"" || character == "'") {
       quote_ = character.front();
