@@ -1,0 +1,243 @@
+#include "backend/BackendFileReader.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "helpers/TempHome.h"
+
+namespace tessivane {
+namespace {
+
+using Cursor = std::optional<BackendFileCursor>;
+
+constexpr std::size_t maxLine = BackendFileReader::maxLine;
+
+class BackendFileReaderTest : public testing::Test {
+ protected:
+  /// One reading without a cursor begins at `initial`. What is handed over is kept in `read_`.
+  Cursor read(const Cursor& cursor, std::uint64_t initial = 0) {
+    return BackendFileReader::readAppended(
+        path_,
+        cursor,
+        [&](const BackendFileStat& /*stat*/) {
+          beforeOpening_();
+          return initial;
+        },
+        [&](std::string_view lines) {
+          EXPECT_TRUE(lines.ends_with('\n'));
+          read_ += lines;
+          afterChunk_();
+        });
+  }
+  /// What one reading hands over.
+  std::string text(const Cursor& cursor, std::uint64_t initial = 0) {
+    read_.clear();
+    read(cursor, initial);
+    return read_;
+  }
+  std::uint64_t inode() const { return fileStamp(path_)->inode; }
+
+  TempHome home_;
+  std::string path_ = home_.path("t.jsonl");
+  std::string read_;
+  std::function<void()> beforeOpening_ = [] {};  // after the file was looked at
+  std::function<void()> afterChunk_ = [] {};
+};
+
+TEST_F(BackendFileReaderTest, BeginsWhereTheCursorStands) {
+  home_.write("t.jsonl", "one\ntwo\nthree\nfo", *isoDate("2026-10-05T12:00:00.25Z"));
+  const BackendFileCursor here{.inode = inode(), .offset = 0, .mtime = 1};
+  const auto at = [&here](std::uint64_t offset) {
+    BackendFileCursor cursor = here;
+    cursor.offset = offset;
+    return cursor;
+  };
+  const std::string all = "one\ntwo\nthree\n";
+  EXPECT_EQ(text(std::nullopt), all);
+  EXPECT_EQ(text(std::nullopt, 4), "two\nthree\n");
+  EXPECT_EQ(text(std::nullopt, 1000), "");
+  EXPECT_EQ(text(at(8)), "three\n");
+  EXPECT_EQ(text(at(14)), "");
+  EXPECT_EQ(text(at(16)), "");
+  EXPECT_EQ(text(at(17)), all) << "cut short since";
+  EXPECT_EQ(text(at(~std::uint64_t{0})), all);
+  EXPECT_EQ(text(at(5)), "three\n") << "a line is never handed over in part";
+  EXPECT_EQ(text(BackendFileCursor{.inode = inode() + 1, .offset = 8}), all) << "another file";
+
+  const auto reached = read(std::nullopt);
+  EXPECT_EQ(reached, (BackendFileCursor{inode(), 14, 1791201600.25}));
+  home_.append("t.jsonl", "ur\nfive");
+  EXPECT_EQ(text(reached), "four\n");
+  // Nothing to read, but the time of the last change is still told.
+  home_.setModified("t.jsonl", *isoDate("2026-10-05T13:00:00Z"));
+  EXPECT_EQ(read(at(23)), (BackendFileCursor{inode(), 23, 1791205200}));
+}
+
+TEST_F(BackendFileReaderTest, PassesOverLinesThatAreTooLong) {
+  for (const std::size_t length : {maxLine - 1, maxLine, maxLine + 1, 3 * maxLine + 5}) {
+    // Behind a short line, so that reads and lines do not begin together.
+    const std::string line(length - 1, 'x');
+    home_.write("t.jsonl", "a\n" + line + "\nb\nc");
+    const std::string expected = length <= maxLine ? "a\n" + line + "\nb\n" : "a\nb\n";
+    EXPECT_TRUE(text(std::nullopt) == expected) << length;
+    EXPECT_EQ(read(std::nullopt)->offset, length + 4) << length;
+    // Also when its end comes later, and then the end of the next line.
+    home_.write("t.jsonl", "a\n" + line);
+    read_.clear();
+    auto cursor = read(std::nullopt);
+    home_.append("t.jsonl", "\nb");
+    cursor = read(cursor);
+    home_.append("t.jsonl", "\n");
+    read(cursor);
+    EXPECT_TRUE(read_ == expected) << length;
+  }
+}
+
+TEST_F(BackendFileReaderTest, EndsWhenTheFileShrinks) {
+  const std::string line(100'000, 'x');
+  std::string contents;
+  for (int i = 0; i < 30; ++i)
+    contents += line + "\n";
+  home_.write("t.jsonl", contents);
+  afterChunk_ = [this] { ASSERT_EQ(::truncate(path_.c_str(), 150'000), 0); };
+  const auto cursor = read(std::nullopt);
+  ASSERT_TRUE(cursor);
+  EXPECT_EQ(cursor->offset, read_.size());
+  EXPECT_LT(read_.size(), contents.size());
+  afterChunk_ = [] {};
+  EXPECT_EQ(text(cursor), line + "\n");
+}
+
+TEST_F(BackendFileReaderTest, EndsWhenTheFileGrowsFasterThanItIsRead) {
+  home_.write("t.jsonl", "first\n");
+  afterChunk_ = [this] { home_.append("t.jsonl", "more\nand more\n"); };
+  const auto cursor = read(std::nullopt);
+  EXPECT_EQ(read_, "first\n");
+  EXPECT_EQ(text(cursor), "more\nand more\n");
+}
+
+TEST_F(BackendFileReaderTest, TakesTheFileThatItOpened) {
+  struct Row {
+    const char* what = "";
+    std::function<void()> change = {};
+    std::string expected = {};
+    bool isRead = true;
+  };
+  const auto replace = [this](const char* contents) {
+    home_.write("new", contents);
+    ASSERT_EQ(::rename(home_.path("new").c_str(), path_.c_str()), 0);
+  };
+  const std::vector<Row> rows = {
+      {.what = "longer",
+       .change = [&] { replace("new\nlonger file\n"); },
+       .expected = "longer file\n"},
+      {.what = "shorter", .change = [&] { replace("s\n"); }},
+      {.what = "cut", .change = [this] { ASSERT_EQ(::truncate(path_.c_str(), 4), 0); }},
+      {.what = "gone", .change = [this] { ::unlink(path_.c_str()); }, .isRead = false},
+      {.what = "FIFO",
+       .change =
+           [this] {
+             ::unlink(path_.c_str());
+             ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+           },
+       .isRead = false},
+      {.what = "directory",
+       .change =
+           [this] {
+             ::unlink(path_.c_str());
+             home_.makeDirectory("t.jsonl");
+           },
+       .isRead = false},
+  };
+  for (const Row& row : rows) {
+    home_.write("t.jsonl", "one\ntwo\n");
+    beforeOpening_ = row.change;
+    EXPECT_EQ(read(std::nullopt, 4).has_value(), row.isRead) << row.what;
+    EXPECT_EQ(std::exchange(read_, {}), row.expected) << row.what;
+    ::unlink(path_.c_str());
+    ::rmdir(path_.c_str());
+  }
+}
+
+// The same by looking at each line in turn.
+std::uint64_t firstLineSince(const std::string& text, Date since) {
+  for (std::size_t offset = 0; offset < text.size();) {
+    const auto end = std::min(text.find('\n', offset), text.size());
+    const std::string line = text.substr(offset, end - offset);
+    const auto date =
+        line.starts_with("{\"timestamp\":\"") ? isoDate(line.substr(14, 24)) : std::nullopt;
+    if (date && *date >= since)
+      return offset;
+    offset = end + 1;
+  }
+  return text.size();
+}
+
+TEST_F(BackendFileReaderTest, FindsTheFirstLineSinceADate) {
+  const auto seed = std::random_device{}();
+  SCOPED_TRACE(fmt::format("seed {}", seed));
+  std::mt19937 random(seed);
+  const Date start = *isoDate("2026-10-05T12:00:00Z");
+  for (int round = 0; round < 60; ++round) {
+    const int lines = static_cast<int>(random() % 40);
+    std::string text;
+    for (int i = 0; i < lines; ++i) {
+      // Some longer than what is read at a time, dates that occur twice.
+      const std::size_t length = random() % 8 == 0 ? random() % 100'000 : random() % 300;
+      text += fmt::format("{{\"timestamp\":\"{}\",\"x\":\"{}\"}}\n",
+                          isoTextWithMilliseconds(start + std::chrono::seconds(i / 2)),
+                          std::string(length, 'x'));
+    }
+    home_.write("t.jsonl", text);
+    for (int second = -1; second < 22; ++second) {
+      const Date since = start + std::chrono::seconds(second);
+      ASSERT_EQ(BackendFileReader::timestampedOffset(path_, since), firstLineSince(text, since))
+          << "round " << round << ", second " << second;
+    }
+  }
+}
+
+TEST_F(BackendFileReaderTest, ReadsTooMuchRatherThanTooLittleWhereDatesAreMissing) {
+  const Date since = *isoDate("2026-10-05T12:00:00Z");
+  const std::string old = "{\"timestamp\":\"2026-10-05T11:00:00.000Z\"}\n";
+  const std::string recent = "{\"timestamp\":\"2026-10-05T12:00:00.000Z\"}\n";
+  const std::string none = "{\"x\":1}\n{\"timestamp\":\"" + std::string(80, '0') + "\n";
+  EXPECT_EQ(BackendFileReader::timestampedOffset(home_.path("missing"), since), 0U);
+  struct Row {
+    std::string text = {};
+    std::uint64_t latest = 0;
+  };
+  const std::vector<Row> rows = {
+      {"", 0},
+      {none, 0},
+      {none + recent, none.size()},
+      {old + none + recent, old.size() + none.size()},
+      {old + old, 2 * old.size()},
+      // A line that is longer than what is searched for an end, or that has none.
+      {old + std::string(3 * maxLine, '\0') + "\n" + recent, old.size() + 3 * maxLine + 1},
+      {old + old.substr(0, 40) + std::string(2 * maxLine, 'x') + "\n" + recent,
+       2 * old.size() + 2 * maxLine},
+      {old + std::string(3 * maxLine, 'x'), old.size() + 3 * maxLine},
+  };
+  for (const Row& row : rows) {
+    home_.write("t.jsonl", row.text);
+    const auto offset = BackendFileReader::timestampedOffset(path_, since);
+    EXPECT_LE(offset, row.latest) << &row - rows.data();
+  }
+  // 100 GB without a line.
+  ASSERT_EQ(::truncate(home_.write("t.jsonl", "").c_str(), 100'000'000'000), 0);
+  EXPECT_EQ(BackendFileReader::timestampedOffset(path_, since), 0U);
+}
+
+}  // namespace
+}  // namespace tessivane
