@@ -1,0 +1,249 @@
+#include "backend/BackendClaudeScanner.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "SampleLines.h"
+#include "StoreFixture.h"
+#include "helpers/TempHome.h"
+
+namespace tessivane {
+namespace {
+
+using namespace claude;
+using Findings = std::vector<BackendFinding>;
+
+const std::string pull = "https://github.com/Me/Shed/pull/7";
+
+BackendFinding opened(const char* title = nullptr, Date when = noon) {
+  return BackendPRFinding{.kind = ActivityKind::prOpened,
+                          .number = 7,
+                          .slug = "me/shed",
+                          .title = title ? std::optional<std::string>(title) : std::nullopt,
+                          .date = when};
+}
+BackendFinding merged(std::int64_t number, const char* slug = nullptr) {
+  return BackendPRFinding{.kind = ActivityKind::prMerged,
+                          .number = number,
+                          .slug = slug ? std::optional<std::string>(slug) : std::nullopt,
+                          .date = noon};
+}
+BackendFinding edited(const char* id, const char* path, Date when = noon) {
+  return BackendEditFinding{.key = std::string("native:") + id, .paths = {path}, .date = when};
+}
+
+Findings scanned(const std::string& text) {
+  BackendClaudeScanner scanner;
+  return scanner.scan(text, distantPast);
+}
+
+json with(json line, const char* key, const json& value) {
+  line[key] = value;
+  return line;
+}
+json failed(json line) {
+  line["message"]["content"][0]["is_error"] = true;
+  return line;
+}
+
+TEST(BackendClaudeScannerTest, TellsWhatAnExchangeComesTo) {
+  struct Row {
+    const char* what = "";
+    std::string lines = {};
+    Findings expected = {};
+  };
+  const json create = bash("t1", "git push && gh pr create --title 'Add it'");
+  const json merge = bash("t1", "gh pr merge 12");
+  const json noted = {{"gitOperation", {{"pr", {{"number", 7}, {"url", pull}}}}}};
+  const std::vector<Row> rows = {
+      {"created", jsonLines({create, result("t1", pull)}), {opened("Add it")}},
+      {"created, as the client noted",
+       jsonLines({create, result("t1", "done", noted)}),
+       {opened("Add it")}},
+      {"created, told in pieces",
+       jsonLines({create, result("t1", {{{"text", "Created"}}, {{"text", pull}}, {{"x", 1}}})}),
+       {opened("Add it")}},
+      {"pieces that are none", jsonLines({create, result("t1", {{{"text", pull}}, 1})}), {}},
+      {"no URL", jsonLines({create, result("t1", "done")}), {}},
+      {"failed, and that is that",
+       jsonLines({create, failed(result("t1", pull)), result("t1", pull)}),
+       {}},
+      {"told once",
+       jsonLines({create, result("t1", pull), result("t1", pull)}),
+       {opened("Add it")}},
+      {"another call's result",
+       jsonLines({create, result("t2", pull), result("t1", pull)}),
+       {opened("Add it")}},
+      {"merged", jsonLines({merge, result("t1", "ok")}), {merged(12)}},
+      {"merged in between",
+       jsonLines({create, edit("t2", "/p/a"), with(merge, "type", "assistant"), result("t1", "")}),
+       {edited("t2", "/p/a"), merged(12)}},
+      {"a number that is none",
+       jsonLines({bash("t1", "gh pr merge"),
+                  result("t1", "", {{"gitOperation", {{"pr", {{"number", 1.5}}}}}})}),
+       {}},
+      {"later on", jsonLines({bash("t1", "gh pr merge --auto 1"), result("t1", pull)}), {}},
+      {"edits by each tool",
+       jsonLines({toolUse("a", "Edit", {{"file_path", "/a"}}),
+                  toolUse("b", "Write", {{"file_path", "/b\u00FC\""}}),
+                  toolUse("c", "MultiEdit", {{"file_path", "/c"}}),
+                  toolUse("d", "NotebookEdit", {{"file_path", "/d"}}),
+                  toolUse("e", "Edit", {{"path", "/e"}})}),
+       {edited("a", "/a"), edited("b", "/b\u00FC\""), edited("c", "/c")}},
+      {"several blocks",
+       jsonLines(
+           {message("assistant",
+                    {{{"type", "text"}, {"text", "x"}},
+                     {{"type", "tool_use"}, {"name", "Edit"}, {"input", {{"file_path", "/"}}}},
+                     {{"type", "tool_use"},
+                      {"id", "b"},
+                      {"name", "Edit"},
+                      {"input", {{"file_path", "/b"}}}}})}),
+       {edited("b", "/b")}},
+      {"no list of blocks",
+       jsonLines({message("assistant", {create["message"]["content"][0], 1})}),
+       {}},
+      {"a date that is none",
+       jsonLines({with(edit("a", "/a"), "timestamp", "yesterday")}),
+       {edited("a", "/a", distantPast)}},
+      // Bookkeeping that repeats messages.
+      {"request copies",
+       "{\"type\":\"api-request-blob\",\"x\":\"gh pr merge\"," + merge.dump().substr(1) + "\n" +
+           "{\"type\":\"api-request-shape\"," + edit("a", "/a").dump().substr(1) + "\n",
+       {}},
+      {"nested messages",
+       jsonLines({{{"type", "progress"}, {"data", edit("a", "/a")}},
+                  {{"type", "attachment"},
+                   {"attachment", {{"type", "prompt_snapshot"}, {"tools", {{{"name", "Edit"}}}}}}},
+                  {{"type", "queue-operation"}, {"content", "gh pr merge 12"}},
+                  {{"type", "pr-link"}, {"prNumber", 7}, {"prUrl", pull}}}),
+       {}},
+      {"queued before it is said",
+       jsonLines(
+           {create, {{"type", "queue-operation"}, {"message", result("t1", pull)["message"]}}}),
+       {}},
+      // Dirt.
+      {"cut lines",
+       create.dump().substr(0, 150) + "\n" + std::string(5, '\0') + merge.dump() +
+           "\n\n[\"gh pr create\"]\n" + "\"gh pr create\"\n" + result("t1", "ok").dump() + "\n",
+       {merged(12)}},
+      {"half a character",
+       jsonLines({create}) + "{\"type\":\"user\",\"timestamp\":\"" + date +
+           "\",\"message\":{\"content\":[{\"type\":\"tool_result\",\"tool_use_id\":\"t1\","
+           "\"content\":\"\xC3 "
+           "\\ud83d " +
+           pull + "\"}]}}\n",
+       {opened("Add it")}},
+  };
+  for (const Row& row : rows)
+    EXPECT_TRUE(scanned(row.lines) == row.expected) << row.what << "\n" << row.lines;
+}
+
+class BackgroundCommandTest : public testing::Test {
+ protected:
+  Findings scan(const json& line) { return scanner_.scan(jsonLines({line}), distantPast); }
+
+  TempHome home_;
+  std::string path_ = home_.path("x.output");
+  BackendClaudeScanner scanner_;
+};
+
+TEST_F(BackgroundCommandTest, IsTakenFromTheFileThatANotificationNames) {
+  EXPECT_EQ(scan(bash("t1", "gh pr create")), Findings{});
+  EXPECT_EQ(scan(sentToBackground("t1", path_)), Findings{});
+  home_.write("x.output", pull + "\n");
+  EXPECT_EQ(scan({{"type", "queue-operation"}, {"content", notification("t1", path_)}}),
+            Findings{});
+  EXPECT_EQ(scan(notified("t2", path_)), Findings{});
+  EXPECT_EQ(scan(message("user", "<tool-use-id>t1</tool-use-id>")), Findings{});
+  const json later = with(notified("t1", ""), "timestamp", "2026-10-05T13:00:00Z");
+  EXPECT_EQ(scan(later), Findings{opened(nullptr, noon + std::chrono::hours(1))});
+  EXPECT_EQ(scan(later), Findings{}) << "told once";
+}
+
+TEST_F(BackgroundCommandTest, IsTakenFromWhatTheAgentReads) {
+  const auto read = [](const std::string& path) {
+    return result("t9", "1\t...", {{"file", {{"filePath", path}, {"content", pull}}}});
+  };
+  EXPECT_EQ(scan(read(path_)), Findings{}) << "nothing is waited for";
+  scan(bash("t1", "gh pr create"));
+  scan(sentToBackground("t1", path_));
+  EXPECT_EQ(scan(read(home_.path("other"))), Findings{});
+  EXPECT_EQ(scan(read(path_)), Findings{opened()});
+  EXPECT_EQ(scan(read(path_)), Findings{});
+}
+
+TEST_F(BackgroundCommandTest, SurvivesAnyFileUnderTheName) {
+  struct Row {
+    const char* what = "";
+    std::function<void()> make = {};
+    Findings expected = {};
+  };
+  constexpr std::size_t most = BackendClaudeScanner::maxOutput;
+  const std::vector<Row> rows = {
+      {"nothing there", [] {}, {}},
+      {"FIFO", [this] { ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0); }, {}},
+      {"directory", [this] { home_.makeDirectory("x.output"); }, {}},
+      {"10 GB",
+       [this] {
+         home_.write("x.output", pull + "\n");
+         ASSERT_EQ(::truncate(path_.c_str(), 10'000'000'000), 0);
+       },
+       {opened()}},
+      {"just within",
+       [this] { home_.write("x.output", std::string(most - pull.size(), 'x') + pull); },
+       {opened()}},
+      {"just past", [this] { home_.write("x.output", std::string(most, 'x') + pull); }, {}},
+      {"binary",
+       [this] { home_.write("x.output", "\xFF\xC3" + std::string(9, '\0') + pull + "\xE2"); },
+       {opened()}},
+  };
+  for (const Row& row : rows) {
+    row.make();
+    scan(bash("t1", "gh pr create"));
+    scan(sentToBackground("t1", "/nowhere/else.output"));
+    EXPECT_EQ(scan(notified("t1", path_)), row.expected) << row.what;
+    EXPECT_EQ(scan(notified("t1", path_)), Findings{}) << row.what;
+    ::unlink(path_.c_str());
+    ::rmdir(path_.c_str());
+  }
+  // No file is known: the command stays, and a later notification may name one.
+  scan(bash("t1", "gh pr create"));
+  scan(result("t1", "Running in the background.", {{"backgroundTaskId", "x"}}));
+  EXPECT_EQ(scan(notified("t1", "")), Findings{});
+  home_.write("x.output", pull);
+  EXPECT_EQ(scan(notified("t1", path_)), Findings{opened()});
+}
+
+TEST(BackendClaudeScannerTest, KnowsTheBranchThatTheLastLineNames) {
+  BackendClaudeScanner scanner;
+  const auto branchAfter = [&scanner](const std::string& text) {
+    scanner.scan(text, distantPast);
+    return scanner.branch();
+  };
+  EXPECT_EQ(branchAfter("{\"gitBranch\":\"early\"}\n{\"type\":\"mode\"}\n"), std::nullopt);
+  EXPECT_EQ(branchAfter("{\"x\":1}\n{\"type\":\"user\",\"gitBranch\":\"windows\"}\n\n\n"),
+            "windows");
+  EXPECT_EQ(branchAfter("{\"gitBranch\":\"\"}\n"), "windows");
+  EXPECT_EQ(branchAfter("{\"gitBranch\":\"cut"), "windows");
+  EXPECT_EQ(branchAfter("\n"), "windows");
+  EXPECT_EQ(branchAfter(""), "windows");
+}
+
+TEST(BackendClaudeScannerTest, ForgetsCommandsThatNothingCameOf) {
+  BackendClaudeScanner scanner;
+  for (std::size_t i = 0; i <= BackendClaudeScanner::maxWaiting; ++i)
+    scanner.scan(jsonLines({bash("t" + std::to_string(i), "gh pr merge 1")}), noon);
+  EXPECT_EQ(scanner.scan(jsonLines({result("t0", "")}), noon), Findings{});
+  const auto last = "t" + std::to_string(BackendClaudeScanner::maxWaiting);
+  EXPECT_EQ(scanner.scan(jsonLines({result(last, "")}), noon), Findings{merged(1)});
+}
+
+}  // namespace
+}  // namespace tessivane
