@@ -92,8 +92,8 @@ class SessionStore final {
   /// Brings a session up: through its link, else for T3 Code by starting the application, else, if
   /// `copyFallback`, by `copyResumeCommand`.
   void open(const AgentSession& session, bool copyFallback);
-  /// Puts the session's resume command, if it has one, on the pasteboard; the toast says so only when
-  /// the command really went there.
+  /// Puts the session's resume command, if it has one, on the pasteboard; the toast says so only
+  /// when the command really went there.
   void copyResumeCommand(const AgentSession& session);
   /// Shows a message for `toastDuration`. A newer message takes its place and its full time.
   void showToast(const std::string& text);
