@@ -15,6 +15,8 @@ namespace tessivane {
 namespace {
 
 constexpr std::size_t typeWindow = 64;
+constexpr std::string_view toolUseID = "\"tool_use_id\":\"";
+constexpr std::string_view taskNotification = "<task-notification>";
 constexpr std::string_view gitBranch = "\"gitBranch\":\"";
 constexpr std::array<std::string_view, 3> editTools = {"Edit", "Write", "MultiEdit"};
 
@@ -55,9 +57,9 @@ void remember(std::map<std::string, Command>& commands, std::string id, Command 
 std::vector<BackendFinding> BackendClaudeScanner::scan(std::string_view lines, Date now) {
   JSONReader reader;
   std::string_view rest = lines;
-  while (const auto at = findInteresting(rest)) {
+  while (const auto at = findCandidate(rest)) {
     const std::string_view line = BackendBytes::lineAround(rest, *at);
-    if (!isRequestCopy(line)) {
+    if (isInteresting(line)) {
       if (const auto parsed = BackendClaudeLine::parse(reader, line))
         handle(*parsed, now);
     }
@@ -70,29 +72,28 @@ std::vector<BackendFinding> BackendClaudeScanner::scan(std::string_view lines, D
   return std::exchange(findings_, {});
 }
 
-// Where the next line may be that tells something; which ones may depends on what is waited for.
-std::optional<std::size_t> BackendClaudeScanner::findInteresting(std::string_view lines) const {
+// Where the next line may be that is of interest. Each text that makes a line so holds one of the
+// few that are searched for here: every one less is seen in the speed.
+std::optional<std::size_t> BackendClaudeScanner::findCandidate(std::string_view lines) const {
+  static const NeedleSet always{"gh pr ", "Edit\"", "Write\""};
+  static const NeedleSet waiting{"gh pr ", "Edit\"", "Write\"", toolUseID, taskNotification};
+  return (pending_.empty() && background_.empty() ? always : waiting).find(lines);
+}
+
+// Which lines are depends on what is waited for.
+bool BackendClaudeScanner::isInteresting(std::string_view line) const {
   static const NeedleSet needles{"gh pr create",
                                  "gh pr merge",
                                  "\"name\":\"Edit\"",
                                  "\"name\":\"Write\"",
                                  "\"name\":\"MultiEdit\""};
-  static const NeedleSet needlesAndResults{"gh pr create",
-                                           "gh pr merge",
-                                           "\"name\":\"Edit\"",
-                                           "\"name\":\"Write\"",
-                                           "\"name\":\"MultiEdit\"",
-                                           "\"tool_use_id\":\""};
-  static const NeedleSet needlesResultsAndNotifications{"gh pr create",
-                                                        "gh pr merge",
-                                                        "\"name\":\"Edit\"",
-                                                        "\"name\":\"Write\"",
-                                                        "\"name\":\"MultiEdit\"",
-                                                        "\"tool_use_id\":\"",
-                                                        "<task-notification>"};
-  if (!background_.empty())
-    return needlesResultsAndNotifications.find(lines);
-  return (pending_.empty() ? needles : needlesAndResults).find(lines);
+  if (isRequestCopy(line))
+    return false;
+  if (needles.occursIn(line))
+    return true;
+  const bool isWaiting = !pending_.empty() || !background_.empty();
+  return (isWaiting && BackendBytes::contains(toolUseID, line)) ||
+         (!background_.empty() && BackendBytes::contains(taskNotification, line));
 }
 
 void BackendClaudeScanner::handle(const BackendClaudeLine& line, Date now) {
@@ -154,7 +155,7 @@ void BackendClaudeScanner::handleResult(const BackendClaudeBlock& block,
 void BackendClaudeScanner::handleNotification(std::string_view text, Date date) {
   static const RegularExpression toolUse("<tool-use-id>([^<]+)</tool-use-id>");
   static const RegularExpression outputFile("<output-file>([^<]+)</output-file>");
-  if (!BackendBytes::contains("<task-notification>", text))
+  if (!BackendBytes::contains(taskNotification, text))
     return;
   const auto id = toolUse.firstMatch(text);
   const auto found = id ? background_.find(std::string(*id->group(1))) : background_.end();

@@ -44,7 +44,8 @@ class BackendClaudeScanner final {
     std::optional<std::string> output = {};  // the path of the file it writes to
   };
 
-  std::optional<std::size_t> findInteresting(std::string_view lines) const;
+  std::optional<std::size_t> findCandidate(std::string_view lines) const;
+  bool isInteresting(std::string_view line) const;
   void handle(const BackendClaudeLine& line, Date now);
   void handleToolUse(const BackendClaudeBlock& block, Date date);
   void handleResult(const BackendClaudeBlock& block, const BackendClaudeLine& line, Date date);

@@ -12,7 +12,9 @@ namespace {
 
 // What one read asks for: small enough that the bytes are still near the processor when the
 // scanner looks at them.
-constexpr std::size_t readSize = std::size_t{256} << 10;
+constexpr std::size_t readSize = std::size_t{512} << 10;
+
+constexpr std::size_t pageSize = 4096;
 
 constexpr std::size_t searchBlock = std::size_t{16} << 10;
 constexpr std::size_t timestampWindow = 64;
@@ -35,7 +37,9 @@ std::size_t readAt(const RegularFile& file, char* target, std::size_t length, st
 }
 
 // The lines of [offset, end) of one open file. The buffer holds what was read and not handed over:
-// the beginning of a line. Its memory is touched only as far as a line is long.
+// the beginning of a line. Its memory is touched only as far as a line is long. Every byte lies as
+// far into a page as it does in the file: at some other distances (one byte, for example) the
+// system's copying was measured at a third of its speed.
 class AppendedLines final {
  public:
   AppendedLines(const RegularFile& file, std::uint64_t offset, std::uint64_t end)
@@ -44,16 +48,19 @@ class AppendedLines final {
         end_(end),
         room_(static_cast<std::size_t>(
             std::min<std::uint64_t>(end - offset, BackendFileReader::maxLine))),
-        buffer_(std::make_unique_for_overwrite<char[]>(room_)),
+        memory_(std::make_unique_for_overwrite<char[]>(room_ + 2 * pageSize)),
+        page_(memory_.get() + pageSize -
+              reinterpret_cast<std::uintptr_t>(memory_.get()) % pageSize),
+        bytes_(page_ + offset % pageSize),
         skipping_(beginsWithinLine()) {}
 
   // Returns the offset behind the last line that is done with.
   std::uint64_t handTo(BackendFileReader::Body body) {
     while (offset_ + held_ < end_) {
+      const std::uint64_t from = offset_ + held_;
       const auto wanted =
-          std::min<std::uint64_t>({end_ - offset_ - held_, room_ - held_, std::uint64_t{readSize}});
-      const auto got =
-          readAt(file_, buffer_.get() + held_, static_cast<std::size_t>(wanted), offset_ + held_);
+          std::min<std::uint64_t>({end_ - from, room_ - held_, readSize - from % pageSize});
+      const auto got = readAt(file_, bytes_ + held_, static_cast<std::size_t>(wanted), from);
       if (got == 0)
         break;
       const std::size_t searched = std::exchange(held_, held_ + got);
@@ -71,16 +78,16 @@ class AppendedLines final {
   // Passes over the rest of a line and returns how many of the bytes now held need no search. When
   // the line has no end yet, a later call goes on with it, as the byte before the offset tells.
   std::size_t skip() {
-    const void* feed = std::memchr(buffer_.get(), '\n', held_);
+    const void* feed = std::memchr(bytes_, '\n', held_);
     skipping_ = feed == nullptr;
     drop(skipping_ ? held_ : lengthTo(feed));
     return 0;
   }
 
   void handOver(std::size_t searched, BackendFileReader::Body body) {
-    const void* feed = ::memrchr(buffer_.get() + searched, '\n', held_ - searched);
+    const void* feed = ::memrchr(bytes_ + searched, '\n', held_ - searched);
     if (feed != nullptr) {
-      body({buffer_.get(), lengthTo(feed)});
+      body({bytes_, lengthTo(feed)});
       drop(lengthTo(feed));
     } else if (held_ == BackendFileReader::maxLine) {
       skipping_ = true;
@@ -89,20 +96,24 @@ class AppendedLines final {
   }
 
   std::size_t lengthTo(const void* feed) const {
-    return static_cast<std::size_t>(static_cast<const char*>(feed) - buffer_.get()) + 1;
+    return static_cast<std::size_t>(static_cast<const char*>(feed) - bytes_) + 1;
   }
 
   void drop(std::size_t count) {
     offset_ += count;
     held_ -= count;
-    std::memmove(buffer_.get(), buffer_.get() + count, held_);
+    char* const to = page_ + offset_ % pageSize;
+    std::memmove(to, bytes_ + count, held_);
+    bytes_ = to;
   }
 
   const RegularFile& file_;
-  std::uint64_t offset_;  // of the buffer's first byte in the file
+  std::uint64_t offset_;  // of the first held byte in the file
   std::uint64_t end_;
   std::size_t room_;
-  std::unique_ptr<char[]> buffer_;
+  std::unique_ptr<char[]> memory_;
+  char* page_;   // the first page in it
+  char* bytes_;  // those that are held
   std::size_t held_ = 0;
   bool skipping_;
 };

@@ -91,6 +91,8 @@ __attribute__((target("avx2"))) std::optional<std::size_t> NeedleSet::findWithVe
   std::size_t offset = 0;
   while (offset + vectorWidth + longest_ <= bytes.size()) {
     __m256i hits = _mm256_setzero_si256();
+// Without it the compilers keep a loop here, and what is compared in memory.
+#pragma GCC unroll 8
     for (std::size_t n = 0; n < count; ++n) {
       const auto* first = reinterpret_cast<const __m256i*>(firstAt[n] + offset);
       const auto* second = reinterpret_cast<const __m256i*>(secondAt[n] + offset);
