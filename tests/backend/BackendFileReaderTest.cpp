@@ -24,12 +24,16 @@ constexpr std::size_t maxLine = BackendFileReader::maxLine;
 
 class BackendFileReaderTest : public testing::Test {
  protected:
-  /// One reading without a cursor begins at `initial`. What is handed over is kept in `read_`.
+  /// One reading. Without a cursor it begins at `initial`, and at 0 in a file that took the place
+  /// of the first. What is handed over is kept in `read_`.
   Cursor read(const Cursor& cursor, std::uint64_t initial = 0) {
+    bool asked = false;
     return BackendFileReader::readAppended(
         path_,
         cursor,
-        [&](const BackendFileStat& /*stat*/) {
+        [&](const BackendFileStat& /*stat*/) -> std::uint64_t {
+          if (std::exchange(asked, true))
+            return 0;
           beforeOpening_();
           return initial;
         },
@@ -140,8 +144,8 @@ TEST_F(BackendFileReaderTest, TakesTheFileThatItOpened) {
   const std::vector<Row> rows = {
       {.what = "longer",
        .change = [&] { replace("new\nlonger file\n"); },
-       .expected = "longer file\n"},
-      {.what = "shorter", .change = [&] { replace("s\n"); }},
+       .expected = "new\nlonger file\n"},
+      {.what = "shorter", .change = [&] { replace("s\n"); }, .expected = "s\n"},
       {.what = "cut", .change = [this] { ASSERT_EQ(::truncate(path_.c_str(), 4), 0); }},
       {.what = "gone", .change = [this] { ::unlink(path_.c_str()); }, .isRead = false},
       {.what = "FIFO",
