@@ -172,7 +172,7 @@ void BM_codex_rollout(benchmark::State& state) {
 // A file of 1 GiB in lines of 64 KiB, one a second; all but their beginnings is a hole.
 std::string makeLargeRollout(const TempHome& home, Date first, std::int64_t lines) {
   constexpr std::int64_t lineSize = 65536;
-  const std::string path = home.write("rollout.jsonl", "");
+  std::string path = home.write("rollout.jsonl", "");
   const int file = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
   for (std::int64_t i = 0; i < lines; ++i) {
     const std::string head = fmt::format("{{\"timestamp\":\"{}\",\"type\":\"event_msg\"",
