@@ -34,16 +34,17 @@ std::atomic<std::size_t> allocations{0};
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Not inlined, where the compiler would find memory of `new` freed by `free`.
+[[gnu::noinline]] void* operator new(std::size_t size) {
   allocations.fetch_add(1, std::memory_order_relaxed);
   if (void* memory = std::malloc(size))  // NOLINT(cppcoreguidelines-no-malloc)
     return memory;
   throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);  // NOLINT(cppcoreguidelines-no-malloc)
 }
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
   std::free(memory);  // NOLINT(cppcoreguidelines-no-malloc)
 }
 
