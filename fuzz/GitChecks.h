@@ -1,12 +1,11 @@
 #pragma once
 
-// What must hold for any bytes that stand where a reflog or a git config file should be. A violated
-// check ends the program. Used by the fuzz programs and by the test that replays a small corpus.
+// What must hold for any bytes that stand where a reflog or a git config file should be. Used by
+// the fuzz programs and by the test that replays a small corpus.
 
-#include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
+#include "fuzz/Require.h"
 #include "git/BackendBranchCreation.h"
 #include "git/BackendGitConfig.h"
 #include "git/BackendGitLayout.h"
@@ -14,13 +13,6 @@
 #include "support/Text.h"
 
 namespace tessivane::fuzz {
-
-inline void require(bool condition, const char* what) {
-  if (condition)
-    return;
-  std::fprintf(stderr, "violated: %s\n", what);
-  std::abort();
-}
 
 /// Reading in one go and line by line gives the same, valid entries.
 inline void checkReflog(std::string_view bytes) {

@@ -1,12 +1,9 @@
 #pragma once
 
 // What must hold for any bytes that stand where a shell command, a transcript or a rollout should
-// be. A violated check ends the program. Used by the fuzz programs and by the test that replays a
-// small corpus.
+// be. Used by the fuzz programs and by the test that replays a small corpus.
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,37 +12,32 @@
 #include "backend/BackendClaudeScanner.h"
 #include "backend/BackendCodexScanner.h"
 #include "backend/BackendGHCommand.h"
+#include "fuzz/Require.h"
 #include "support/Text.h"
 
 namespace tessivane::fuzz {
 
-inline void hold(bool condition, const char* what) {
-  if (condition)
-    return;
-  std::fprintf(stderr, "violated: %s\n", what);
-  std::abort();
-}
-
 inline void checkSlug(const std::optional<std::string>& slug) {
-  hold(!slug || std::ranges::count(*slug, '/') == 1, "a slug is an owner and a name");
-  hold(!slug || std::ranges::none_of(*slug, [](char c) { return c >= 'A' && c <= 'Z'; }),
-       "a slug is in lower case");
+  require(!slug || std::ranges::count(*slug, '/') == 1, "a slug is an owner and a name");
+  require(!slug || std::ranges::none_of(*slug, [](char c) { return c >= 'A' && c <= 'Z'; }),
+          "a slug is in lower case");
 }
 
 inline void checkTitle(const std::optional<std::string>& title) {
-  hold(!title || (!title->empty() && title->front() != '$'), "a title is known text");
-  hold(!title || prefixCharacters(*title, 200) == *title, "a title has 200 characters at most");
+  require(!title || (!title->empty() && title->front() != '$'), "a title is known text");
+  require(!title || prefixCharacters(*title, 200) == *title, "a title has 200 characters at most");
 }
 
 inline void checkFinding(const BackendFinding& finding) {
   if (const auto* edit = std::get_if<BackendEditFinding>(&finding)) {
-    hold(edit->key.starts_with("native:") && !edit->paths.empty(), "an edit has a key and a path");
+    require(edit->key.starts_with("native:") && !edit->paths.empty(),
+            "an edit has a key and a path");
     for (const std::string& path : edit->paths)
-      hold(isValidUTF8(path), "a path is valid UTF-8");
+      require(isValidUTF8(path), "a path is valid UTF-8");
     return;
   }
   const auto& pr = std::get<BackendPRFinding>(finding);
-  hold(pr.kind == ActivityKind::prMerged || pr.slug, "what was opened has a repository");
+  require(pr.kind == ActivityKind::prMerged || pr.slug, "what was opened has a repository");
   checkSlug(pr.slug);
   checkTitle(pr.title);
 }
@@ -55,13 +47,13 @@ inline void checkGHCommand(std::string_view bytes) {
   std::size_t length = 0;
   for (const std::string& word : BackendGHCommand::shellWords(bytes))
     length += word.size();
-  hold(length <= bytes.size(), "words come of the text");
+  require(length <= bytes.size(), "words come of the text");
   checkTitle(BackendGHCommand::titleIn(bytes));
   for (const char* beginning : {"", "gh pr merge ", "gh pr create "}) {
     const auto command = BackendGHCommand::parse(beginning + std::string(bytes));
     if (!command)
       continue;
-    hold(!command->number || *command->number >= 0, "a number is not negative");
+    require(!command->number || *command->number >= 0, "a number is not negative");
     checkSlug(command->slug);
     checkTitle(command->title);
     const auto finding = command->finding(bytes, {.url = std::string(bytes)}, distantPast);
@@ -83,7 +75,7 @@ void checkScanner(std::string_view bytes) {
       singly.push_back(std::move(finding));
     rest.remove_prefix(line.size());
   }
-  hold(findings == singly, "findings do not depend on the lines around them");
+  require(findings == singly, "findings do not depend on the lines around them");
   std::ranges::for_each(findings, checkFinding);
 }
 

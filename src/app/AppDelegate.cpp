@@ -4,6 +4,8 @@
 #include <array>
 #include <utility>
 
+#include "activity/ActivityEvent.h"
+
 namespace tessivane {
 
 namespace {
@@ -11,12 +13,6 @@ namespace {
 constexpr const char* openActivityVariable = "TESSIVANE_OPEN_ACTIVITY";
 constexpr const char* activityRangeVariable = "TESSIVANE_ACTIVITY_RANGE";
 constexpr std::array<std::string_view, 3> activityViews = {"timeline", "flow", "lanes"};
-constexpr std::array<std::string_view, 3> activityRanges = {"15m", "1h", "6h"};
-
-template <typename Words>
-bool isOneOf(const std::optional<std::string>& text, const Words& words) {
-  return text && std::find(words.begin(), words.end(), *text) != words.end();
-}
 
 }  // namespace
 
@@ -64,11 +60,11 @@ void AppDelegate::applyAppearance() const {
 
 void AppDelegate::openActivityForProfiling() const {
   const auto view = environment_.environmentVariable(openActivityVariable);
-  if (!isOneOf(view, activityViews))
+  if (!view || std::ranges::find(activityViews, *view) == activityViews.end())
     return;
   environment_.defaults->set("activityView", *view);
   const auto range = environment_.environmentVariable(activityRangeVariable);
-  if (isOneOf(range, activityRanges))
+  if (range && activityRange(*range))
     environment_.defaults->set("activityRange", *range);
   environment_.mainQueue->async([show = environment_.showActivityWindow] { show(); });
 }

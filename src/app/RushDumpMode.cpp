@@ -16,7 +16,7 @@ std::string rushDumpLine(const AgentSession& session) {
                      isoText(session.activity),
                      rawValue(session.agent),
                      label(session.status),
-                     dumpColumn(projectName(session)),
+                     dumpColumn(projectName(session.projectPath)),
                      dumpColumn(session.detail),
                      dumpColumn(session.title));
 }

@@ -21,14 +21,6 @@ namespace tessivane {
 
 using BackendFileStat = FileStamp;
 
-/// By which a changed file is noticed.
-struct BackendFileSignature {
-  std::int64_t size = 0;  ///< in bytes
-  double mtime = 0;       ///< seconds since 1970
-
-  friend bool operator==(const BackendFileSignature&, const BackendFileSignature&) = default;
-};
-
 class BackendFileReader final {
  public:
   /// The longest line that is handed over, its line feed included, and so the most that is held of

@@ -4,15 +4,12 @@
 #include <string_view>
 #include <unordered_set>
 
-#include "support/Paths.h"
-
 namespace tessivane {
 
 namespace {
 
 RushProjectOption option(const std::string& path) {
-  const std::string_view name = lastPathComponent(path);
-  return {.path = path, .name = std::string(name.empty() ? "~" : name)};
+  return {.path = path, .name = std::string(projectName(path))};
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "sessions/AgentSession.h"
 
 #include "support/Hasher.h"
+#include "support/Paths.h"
 
 namespace tessivane {
 
@@ -133,6 +134,11 @@ std::size_t hashValue(const AgentSession& session) {
   for (const std::string& source : session.sourceIDs)
     hasher.add(source);
   return hasher.add(session.launcher).add(session.transcriptPath).add(session.startedAt).value();
+}
+
+std::string_view projectName(std::string_view projectPath) {
+  const std::string_view name = lastPathComponent(projectPath);
+  return name.empty() ? "~" : name;
 }
 
 std::string sessionKey(Agent agent, std::string_view nativeID) {

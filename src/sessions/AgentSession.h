@@ -86,6 +86,9 @@ struct AgentSession {
 /// Hash over all sixteen fields, to go with `==`.
 std::size_t hashValue(const AgentSession& session);
 
+/// What a project is called: the last component of its path, "~" without one. Borrowed from it.
+std::string_view projectName(std::string_view projectPath);
+
 /// "{agent}:{nativeID}".
 std::string sessionKey(Agent agent, std::string_view nativeID);
 

@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "support/Paths.h"
-
 namespace tessivane {
 
 std::string dumpColumn(std::string_view text) {
@@ -15,17 +13,13 @@ std::string dumpColumn(std::string_view text) {
   return column;
 }
 
-std::string_view projectName(const AgentSession& session) {
-  return session.projectPath.empty() ? "~" : lastPathComponent(session.projectPath);
-}
-
 std::string dumpLine(const AgentSession& session) {
   return fmt::format("{}\t{}\t{}\t{}\t{}\t{}\t{}\n",
                      isoText(session.activity),
                      rawValue(session.agent),
                      rawValue(session.kind),
                      label(session.status),
-                     dumpColumn(projectName(session)),
+                     dumpColumn(projectName(session.projectPath)),
                      dumpColumn(session.detail),
                      dumpColumn(session.title));
 }

@@ -14,9 +14,6 @@ namespace tessivane {
 /// character inside a column becomes a blank, so that a line stays a line and a column a column.
 std::string dumpLine(const AgentSession& session);
 
-/// The last component of the session's project path, "~" without a project. Borrowed from it.
-std::string_view projectName(const AgentSession& session);
-
 /// `text` as one column: without control characters, white space runs as they are.
 std::string dumpColumn(std::string_view text);
 

@@ -7,7 +7,6 @@
 
 #include <fmt/format.h>
 
-#include "sessions/SessionDump.h"
 #include "support/Text.h"
 
 namespace tessivane {
@@ -39,7 +38,7 @@ std::vector<SessionRow> sessionRows(const std::vector<AgentSession>& sessions, D
       detail.clear();
     rows.push_back(SessionRow{.id = session.id(),
                               .title = collapsedWhitespace(session.title),
-                              .project = collapsedWhitespace(projectName(session)),
+                              .project = collapsedWhitespace(projectName(session.projectPath)),
                               .detail = std::move(detail),
                               .agent = std::string(shortName(session.agent)),
                               .age = ageText(session.activity, now),

@@ -17,6 +17,7 @@
 #include "backend/BackendCodexScanner.h"
 #include "backend/BackendFileReader.h"
 #include "fuzz/ScanChecks.h"
+#include "helpers/ChangedText.h"
 
 namespace tessivane {
 namespace {
@@ -244,26 +245,9 @@ TEST_F(BackendScanTest, TellsTheSameInWhateverPiecesALogComes) {
   }
 }
 
-// Some bytes of a text changed, cut out, doubled or put in.
-std::string changed(std::string text, std::mt19937& random) {
-  const auto upTo = [&random](std::size_t limit) { return random() % (limit + 1); };
-  for (auto changes = 1 + upTo(3); changes > 0; --changes) {
-    const auto at = upTo(text.size());
-    const auto choice = upTo(3);
-    if (choice == 0)
-      text.insert(at, 1, "\n\"\\{}[]:,' \t$#-<\xff\xf0"[upTo(17)]);
-    else if (choice == 1)
-      text.erase(at, upTo(12));
-    else if (choice == 2)
-      text.insert(at, text.substr(upTo(text.size()), upTo(60)));
-    else if (at < text.size())
-      text[at] = static_cast<char>(upTo(255));
-  }
-  return text;
-}
-
 TEST_F(BackendScanTest, HoldsForAnyBytes) {
   std::mt19937 random(20261005);
+  constexpr std::string_view inserts = "\n\"\\{}[]:,' \t$#-<\xff\xf0";
   const std::string pull = "https://github.com/Me/Shed/pull/7";
   const std::string command = "--title \"A \\\"b\\\"\" -R=Me/Shed.git '#7' -b x " + pull;
   const std::string lines = jsonLines({claude::bash("t1", "gh pr create -t 'x'"),
@@ -276,8 +260,8 @@ TEST_F(BackendScanTest, HoldsForAnyBytes) {
                                        codex::change("c1", {{"/p/a", nullptr}})});
   // A violated check prints what it is and aborts.
   for (int i = 0; i < 2000; ++i) {
-    fuzz::checkGHCommand(changed(command, random));
-    fuzz::checkTranscript(changed(lines, random));
+    fuzz::checkGHCommand(changedText(command, inserts, random));
+    fuzz::checkTranscript(changedText(lines, inserts, random));
   }
   EXPECT_EQ(BackendClaudeScanner().scan(lines, noon).size(), 3U);
   EXPECT_EQ(BackendCodexScanner().scan(lines, noon).size(), 2U);

@@ -6,31 +6,10 @@
 #include <gtest/gtest.h>
 
 #include "fuzz/GitChecks.h"
+#include "helpers/ChangedText.h"
 
 namespace tessivane {
 namespace {
-
-std::string changed(std::string text, std::mt19937& random) {
-  const auto below = [&random](std::size_t limit) { return random() % (limit + 1); };
-  for (auto changes = 1 + below(3); changes > 0; --changes) {
-    const auto at = below(text.size());
-    switch (below(3)) {
-      case 0:
-        text.insert(at, 1, "\0\t\n \"\\=[\xff\xf0"[below(9)]);
-        break;
-      case 1:
-        text.erase(at, below(12));
-        break;
-      case 2:
-        text.insert(at, text.substr(below(text.size()), below(60)));
-        break;
-      default:
-        if (at < text.size())
-          text[at] = static_cast<char>(below(255));
-    }
-  }
-  return text;
-}
 
 TEST(GitCorpusTest, HoldsForAnyBytes) {
   const std::string null(40, '0');
@@ -45,10 +24,11 @@ TEST(GitCorpusTest, HoldsForAnyBytes) {
       "\turl = git@github.com:Owner/Repo.git\n\turl = https://github.com/o/r\n";
   const unsigned seed = 20261005;
   std::mt19937 random(seed);
+  constexpr std::string_view inserts("\0\t\n \"\\=[\xff\xf0", 10);
   // A violated check prints what it is and aborts.
   for (int i = 0; i < 5000; ++i) {
-    fuzz::checkReflog(changed(reflog, random));
-    fuzz::checkGitConfig(changed(config, random));
+    fuzz::checkReflog(changedText(reflog, inserts, random));
+    fuzz::checkGitConfig(changedText(config, inserts, random));
   }
   EXPECT_EQ(BackendReflogEntry::parseAll(reflog).size(), 4U);
 }

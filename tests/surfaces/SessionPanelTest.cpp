@@ -134,11 +134,9 @@ TEST_F(SessionPanelTest, SelectionStaysWithItsSession) {
   EXPECT_TRUE(button("Open")->isEnabled());
 
   publish({session("a", SessionStatus::yourTurn)});
-  EXPECT_FALSE(list()->currentIndex().isValid() && button("Open")->isEnabled() &&
-               currentTitle() == "b");
+  EXPECT_FALSE(button("Open")->isEnabled()) << "what was selected has gone";
   press(Qt::Key_Return);
-  for (const std::string& line : log_)
-    EXPECT_THAT(line, testing::Not(HasSubstr("b")));
+  EXPECT_TRUE(log_.empty());
 }
 
 TEST_F(SessionPanelTest, OpensAndCopiesWhatIsSelected) {
