@@ -4,9 +4,11 @@ build_packages=(
   cmake
   g++
   libasio-dev
+  libcurl4-openssl-dev
   libfmt-dev
   libglib2.0-dev
   libicu-dev
+  libsecret-1-dev
   libsimdjson-dev
   libsqlite3-dev
   libxcb1-dev
@@ -21,7 +23,9 @@ check_packages=(
   clang
   clang-format
   clang-tidy
+  dbus-daemon
   git
+  gnome-keyring
   libbenchmark-dev
   libgmock-dev
   libgtest-dev

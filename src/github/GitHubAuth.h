@@ -1,0 +1,61 @@
+#pragma once
+
+// Decides which GitHub token is in force: the program's own sign-in, else that of the `gh` command.
+// Safe on every thread. `credential`, `signIn` and `signOut` may block on the token store or on
+// `gh`, so they are never called on the main thread. One for the process, owned by the wiring; the
+// poller and the account model share it.
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <unordered_map>
+
+#include "github/GitHubCredential.h"
+#include "github/GitHubTokenStore.h"
+#include "platform/UserDefaults.h"
+#include "support/Date.h"
+#include "support/Mutex.h"
+
+namespace tessivane {
+
+class GitHubAuth final {
+ public:
+  /// The token of the `gh` command, if it has one; blocks until `gh` has ended or `stop` is
+  /// requested.
+  using GHToken = std::function<std::optional<std::string>(const std::stop_token& stop)>;
+
+  GitHubAuth(std::shared_ptr<GitHubTokenStore> store, GHToken ghToken, Clock clock);
+  GitHubAuth(const GitHubAuth&) = delete;
+  GitHubAuth& operator=(const GitHubAuth&) = delete;
+  ~GitHubAuth();
+
+  /// The credential in force. The store is read once per sign-in state, `gh` at most every 300
+  /// seconds or at once after `markInvalid`. What was cut short by `stop` is not kept.
+  std::optional<GitHubCredential> credential(const std::stop_token& stop = {});
+
+  /// The token that GitHub has refused last.
+  std::optional<std::string> invalidToken() const;
+
+  std::optional<std::string> login(const std::string& token) const;
+  /// Keeps, for this run, as whom the token signs in.
+  void remember(const std::string& login, const std::string& token);
+  void markInvalid(const std::string& token);
+
+  /// Stores the program's own sign-in. Whether the store took it.
+  bool signIn(const std::string& login, const std::string& token);
+  /// Forgets the program's own sign-in. `gh` is left alone.
+  void signOut();
+
+  /// The client id of the person's OAuth App, from the setting "github.clientID"; there is none
+  /// built in.
+  static std::optional<std::string> clientID(const UserDefaults& defaults);
+
+  /// Keeps `changed` called, on whatever thread the change is made and without any lock held, each
+  /// time that what `credential` gives may have changed; until the handle goes, which may be while
+  /// a call is under way on another thread.
+  [[nodiscard]] std::shared_ptr<void> observe(std::function<void()> changed);
+};
+
+}  // namespace tessivane
