@@ -13,14 +13,6 @@ namespace tessivane {
 
 namespace {
 
-// A thread of T3 Code has the transcript of the agent that it drives. Codex names its rollouts so,
-// Claude Code its transcripts by an id alone.
-bool isCodex(const AgentSession& session) {
-  if (session.agent != Agent::t3)
-    return session.agent == Agent::codex;
-  return lastPathComponent(*session.transcriptPath).starts_with("rollout-");
-}
-
 Date dateOf(const BackendFinding& finding) {
   return std::visit([](const auto& told) { return told.date; }, finding);
 }
@@ -36,9 +28,17 @@ BackendTranscripts::BackendTranscripts(BackendRepositories& repositories,
                                        std::chrono::seconds backfill)
     : repositories_(repositories), backfill_(backfill) {}
 
+// A thread of T3 Code has the transcript of the agent that it drives. Codex names its rollouts so,
+// Claude Code its transcripts by an id alone.
+bool BackendTranscripts::isRollout(const AgentSession& session) {
+  if (session.agent != Agent::t3)
+    return session.agent == Agent::codex;
+  return lastPathComponent(*session.transcriptPath).starts_with("rollout-");
+}
+
 BackendTranscripts::BackendTranscript BackendTranscripts::follow(const AgentSession& session) {
   BackendTranscript transcript{.session = session};
-  if (isCodex(session))
+  if (isRollout(session))
     transcript.codex.emplace();
   else
     transcript.claude.emplace();

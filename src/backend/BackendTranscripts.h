@@ -31,6 +31,9 @@ class BackendTranscripts final {
   /// `repositories` outlives it.
   BackendTranscripts(BackendRepositories& repositories, std::chrono::seconds backfill);
 
+  /// Whether the session's transcript, which it must have, is a Codex rollout.
+  static bool isRollout(const AgentSession& session);
+
   /// Takes over the sessions. Returns the transcripts that are new or whose session has changed.
   std::set<std::string> update(const std::vector<AgentSession>& sessions);
 
