@@ -141,11 +141,11 @@ bool BackendActivityCore::openStore() {
 
 void BackendActivityCore::sessionsDidRefresh(const Sessions& sessions, const Events& transitions) {
   const Date now = config_.clock();
-  record(transitions);
-  record(starts_.events(sessions, now));
+  keep(transitions);
+  keep(starts_.events(sessions, now));
   if (!subagents_)
     subagents_.emplace();
-  record(subagents_->events(sessions, now));
+  keep(subagents_->events(sessions, now));
   sessionsByID_.clear();
   sessions_.list = sessions;
   for (const AgentSession& session : sessions_.list)
@@ -160,6 +160,11 @@ void BackendActivityCore::sessionsDidRefresh(const Sessions& sessions, const Eve
 }
 
 void BackendActivityCore::record(const Events& events) {
+  keep(events);
+  runPass(Pass::live);
+}
+
+void BackendActivityCore::keep(const Events& events) {
   recorded_.insert(recorded_.end(), events.begin(), events.end());
   if (recorded_.size() > maxRecorded) {
     recorded_.erase(recorded_.begin(), recorded_.end() - static_cast<std::ptrdiff_t>(maxRecorded));
@@ -315,7 +320,6 @@ void BackendActivityCore::retryLater() {
                         }));
 }
 
-// What waited in vain counts from now on, so that a clock that was set back holds nothing up.
 void BackendActivityCore::scheduleFlush() {
   if (!running_ || flush_ || outbox_.isEmpty())
     return;
@@ -327,6 +331,7 @@ void BackendActivityCore::scheduleFlush() {
 
 void BackendActivityCore::flush() {
   const Date now = config_.clock();
+  lastPrune_ = std::min(lastPrune_, now);
   if (now - lastPrune_ > pruneInterval) {
     const BackendTransaction transaction(*store_);
     store_->prune(now);

@@ -78,6 +78,7 @@ class BackendActivityCore final : public std::enable_shared_from_this<BackendAct
   bool isT3(const std::string& path) const;
   bool isSource(const std::string& path) const;
 
+  void keep(const Events& events);
   void runPass(BackendGitScan::Pass kind);
   void scanDue(const Due& due, const BackendPass& pass);
   void scanT3(const BackendPass& pass);

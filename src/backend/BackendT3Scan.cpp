@@ -21,9 +21,10 @@ constexpr std::size_t maxWaiting = 10'000;
 BackendT3Scan::BackendT3Scan(ProjectRootResolver& roots, Options options)
     : roots_(roots), options_(std::move(options)) {}
 
-// Never longer than the interval, wherever the clock was set to meanwhile.
-Seconds BackendT3Scan::wait(Date now) const {
-  return std::clamp(options_.interval - elapsed(lastScan_, now), Seconds(0), options_.interval);
+// A clock that was set back holds nothing up: the interval begins anew.
+Seconds BackendT3Scan::wait(Date now) {
+  lastScan_ = std::min(lastScan_, now);
+  return std::max(options_.interval - elapsed(lastScan_, now), Seconds(0));
 }
 
 void BackendT3Scan::scan(const BackendPass& pass, const SessionsByID& sessions) {

@@ -37,7 +37,7 @@ class BackendT3Scan final {
   BackendT3Scan(ProjectRootResolver& roots, Options options);
 
   /// How long the next scan must wait.
-  Seconds wait(Date now) const;
+  Seconds wait(Date now);
   bool hasWaiting() const { return !waiting_.empty(); }
 
   void scan(const BackendPass& pass, const SessionsByID& sessions);

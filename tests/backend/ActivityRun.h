@@ -74,7 +74,12 @@ class ActivityRun : public testing::Test {
             .watch = watch_,
             .fileEvents = files_.events(),
             .defaults = &defaults_,
-            .clock = clock_.clock(),
+            .clock =
+                [this] {
+                  if (stopAfter_ > 0 && --stopAfter_ == 0)
+                    store_->stop();
+                  return clock_.now();
+                },
             .onSourcesChanged = [this] { ++sourceChanges_; }};
   }
 
@@ -184,6 +189,7 @@ class ActivityRun : public testing::Test {
   std::vector<AgentSession> sessions_;
   std::vector<Batch> batches_;
   int sourceChanges_ = 0;
+  int stopAfter_ = 0;  // so many times that the store asks for the time
 
  private:
   int calls_ = 0;

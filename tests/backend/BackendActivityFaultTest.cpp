@@ -45,6 +45,7 @@ class BackendActivityFaultTest : public ActivityRun {
     firstCommit_ = repository_.commit("Begin");
     clock_.set(repository_.now());
     addSession("a").status = SessionStatus::working;
+    sessions_[0].startedAt = clock_.now();
     home_.write(relative("a"), "", clock_.now());
     startWithSessions();
     say("a", {claude::bash("before", "gh pr create -t 'Before'")});
@@ -65,7 +66,10 @@ class BackendActivityFaultTest : public ActivityRun {
     sessions_[0].status = SessionStatus::needsYou;
     addSession("b").startedAt = clock_.now();
   }
+  /// What is stored without any further change of the files. The rest is told then.
   void workOn() {
+    EXPECT_EQ(stored().edits.size(), 1U);
+    EXPECT_EQ(stored().events.size(), 6U);
     say("a", {claude::result("within", pullURL(2))});
     tell();
   }
@@ -80,6 +84,7 @@ class BackendActivityFaultTest : public ActivityRun {
                                      "prOpened Before",
                                      "prOpened Within",
                                      "needsYou Session a",
+                                     "started Session a",
                                      "started Session b"));
     std::int64_t files = 0;
     for (const EditBucket& bucket : stored().edits)
@@ -90,6 +95,7 @@ class BackendActivityFaultTest : public ActivityRun {
       ids.insert(event.id);
     // What is told anew after the loss of a file was handed over before.
     ids.erase("commit:" + home_.path("work/shed") + ":" + firstCommit_);
+    ids.erase("started:" + home_.path("work/shed") + ":claude:a");
     EXPECT_EQ(ids.size(), 5U);
     EXPECT_EQ(editedFiles(), 1);
   }
@@ -113,6 +119,29 @@ TEST_F(BackendActivityFaultTest, MakesGoodWhatALockPrevented) {
   workOn();
   expectAllOnce();
 }
+
+/// A statement in the midst of a pass is refused, alone or with all that was stored before it.
+class BackendActivityRefusalTest : public BackendActivityFaultTest,
+                                   public testing::WithParamInterface<const char*> {};
+
+TEST_P(BackendActivityRefusalTest, MakesGoodWhatItPrevented) {
+  home_.makeDirectory("data");
+  const DatabaseOwner other(dbPath_);
+  begin();
+  const std::string refusal = " begin select raise(" + std::string(GetParam()) + ", 'no'); end;";
+  other.run("create trigger t1 before insert on events when new.ref = '1'" + refusal +
+            "create trigger t2 before insert on events when new.title = 'Work'" + refusal);
+  work();
+  refresh();
+  tell();
+  queue_.advance(10s);
+  other.run("drop trigger t1; drop trigger t2");
+  queue_.advance(61s);
+  workOn();
+  expectAllOnce();
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, BackendActivityRefusalTest, testing::Values("abort", "rollback"));
 
 /// With so many bytes left.
 class BackendActivityFullDiskTest : public BackendActivityFaultTest,
@@ -142,8 +171,8 @@ TEST_F(BackendActivityFaultTest, GoesOnInANewFileWhenItsOwnIsGone) {
     fs::remove(file);
   work();
   refresh();
-  queue_.advance(2s);
   refresh();
+  queue_.advance(2s);
   workOn();
   expectAllOnce();
 }

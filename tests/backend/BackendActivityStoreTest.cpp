@@ -120,6 +120,7 @@ TEST_F(BackendActivityStoreTest, ScansWhatHasChanged) {
                true,
                true},
            Row{"commit", [&] { repository.commit("Two"); }, git + "/logs/HEAD"},
+           Row{"logs", [&] { repository.commit("Two and a half"); }, git + "/logs"},
            Row{"branch",
                [&] {
                  repository.git({"branch", "x/y"});
@@ -287,6 +288,24 @@ TEST_F(BackendActivityStoreTest, StopsAndStartsAgain) {
     store().stop();
     sessions_[0].activity = clock_.now();
     EXPECT_EQ(stored().events.size(), static_cast<std::size_t>(2 * run));
+  }
+}
+
+TEST_F(BackendActivityStoreTest, EndsAPassEarlyWhenItIsStopped) {
+  for (int i = 0; i < 5; ++i) {
+    GitRepository repository(home_, "work/" + std::to_string(i));
+    repository.commit("Commit " + std::to_string(i));
+    clock_.set(std::max(clock_.now(), repository.now()));
+    addSession(std::to_string(i), "work/" + std::to_string(i));
+  }
+  for (int run = 0; run <= 5; ++run) {
+    start();
+    store().sessionsDidRefresh(sessions_);
+    stopAfter_ = 3 + run;  // the third and later looks at the clock are those at repositories
+    queue_.advance(2s);
+    EXPECT_EQ(stored().events.size(), static_cast<std::size_t>(std::min(run + 1, 5)));
+    stopAfter_ = 0;
+    quit();
   }
 }
 

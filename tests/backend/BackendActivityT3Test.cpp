@@ -167,6 +167,18 @@ TEST_F(BackendActivityT3Test, GoesOnBehindRowsThatWouldHoldItUp) {
   scan();
   EXPECT_THAT(filed(), testing::Contains("t3:t shed 1 a"));
   EXPECT_THAT(filed(), testing::Contains("t3:t shed 1 b"));
+  quit();
+  clock_.advance(1h);
+  edit("c", "t");
+  clock_.advance(1h);
+  start();
+  refresh();
+  scan();
+  EXPECT_THAT(filed(), testing::Contains("t3:t shed 1 c"));
+  clock_.set(clock_.now() - 12h);
+  edit("d", "t");
+  scan();
+  EXPECT_THAT(filed(), testing::Contains("t3:t shed 1 d"));
 }
 
 // Thousands of changes are read as often as the interval allows.
