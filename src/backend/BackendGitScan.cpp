@@ -24,7 +24,7 @@ std::vector<BackendGitSession> sessionsIn(const std::string& dir,
                                           ProjectRootResolver& roots) {
   std::vector<BackendGitSession> found;
   for (const AgentSession& session : sessions.list) {
-    const std::string& place = session.cwd.empty() ? session.projectPath : session.cwd;
+    const std::string& place = workingDirectory(session);
     if (place.empty() || roots.gitCommonDir(place) != dir)
       continue;
     found.push_back({.session = session, .tree = roots.root(place)});
