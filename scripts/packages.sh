@@ -32,6 +32,12 @@ check_packages=(
   libssl-dev
 )
 
+fuzz_packages=(
+  "${build_packages[@]}"
+  clang
+  libclang-rt-14-dev
+)
+
 # require_packages NAME...
 #
 # Installs those of the named packages that are missing. Touches nothing, the network included, when
