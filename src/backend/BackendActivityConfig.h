@@ -33,11 +33,16 @@ struct BackendActivityConfig {
   Seconds t3Interval{5};
   Seconds pollInterval{1};
 
-  /// Whether file events are asked for. Without them, or where they are not possible, the
-  /// repositories' logs are looked at every `sweepInterval`.
+  /// Whether file events are asked for. Without them, and where they cannot tell of everything,
+  /// everything is looked at every `sweepInterval`.
   bool watch = true;
-  FileEvents fileEvents = {};
+  /// Makes the file events. `problem` may be called on any thread, with sentences that tell of
+  /// changes which cannot be noticed.
+  std::function<FileEvents(std::function<void(const std::string& sentence)> problem)> fileEvents =
+      [](const auto& /*problem*/) { return FileEvents(); };
   Seconds sweepInterval{30};
+  /// Takes such a sentence; called on any thread.
+  std::function<void(const std::string& sentence)> report = [](const std::string&) {};
 
   UserDefaults* defaults = nullptr;  ///< outlives the store; without one GitHub is not asked
   std::optional<GitHubPRSource::Environment> github = {};

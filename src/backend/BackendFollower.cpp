@@ -30,33 +30,14 @@ void BackendFollower::follow(const Paths& transcripts, const Paths& gitDirs) {
     polled.insert(*config_.t3DBPath + "-wal");
   }
   poll_.follow(polled);
-  watch(gitDirs);
-  if (!std::exchange(following_, true))
-    startTimers();
+  if (!std::exchange(following_, true)) {
+    startPoll();
+    watchSources();
+  }
+  watchRepositories(gitDirs);
 }
 
-void BackendFollower::watch(const Paths& gitDirs) {
-  if (!config_.watch)
-    return;
-  if (!following_) {
-    std::vector<std::string> paths = {config_.claudeDir, config_.codexDir};
-    if (config_.t3DBPath)
-      paths.push_back(parent(*config_.t3DBPath));
-    sources_ = BackendFSWatcher(config_.fileEvents, paths, queue_, handler_);
-  }
-  if (gitDirs == watchedDirs_)
-    return;
-  std::vector<std::string> paths;
-  for (const std::string& dir : gitDirs) {
-    paths.push_back(joinedPath(dir, "logs"));
-    paths.push_back(joinedPath(dir, "worktrees"));
-  }
-  // The new one watches before the old one goes, so that nothing happens unseen.
-  repositories_ = BackendFSWatcher(config_.fileEvents, paths, queue_, handler_);
-  watchedDirs_ = gitDirs;
-}
-
-void BackendFollower::startTimers() {
+void BackendFollower::startPoll() {
   const auto poll = [weak = weak_from_this()] {
     const auto self = weak.lock();
     const auto changed = self ? self->poll_.changed() : std::vector<std::string>();
@@ -64,10 +45,49 @@ void BackendFollower::startTimers() {
       self->handler_(changed, false);
   };
   statTimer_ = queue_.every(config_.pollInterval, config_.pollInterval * timerTolerance, poll);
-  if (sources_.isWatching())
+}
+
+void BackendFollower::watchSources() {
+  if (config_.watch) {
+    const auto problem = [weak = weak_from_this(), &queue = queue_, report = config_.report](
+                             const std::string& sentence) {
+      report(sentence);
+      queue.async([weak] {
+        if (const auto self = weak.lock())
+          self->startSweep();
+      });
+    };
+    events_ = config_.fileEvents(problem);
+    std::vector<std::string> paths = {config_.claudeDir, config_.codexDir};
+    if (config_.t3DBPath)
+      paths.push_back(parent(*config_.t3DBPath));
+    sources_ = BackendFSWatcher(events_, paths, queue_, handler_);
+  }
+  if (!sources_.isWatching())
+    startSweep();
+}
+
+void BackendFollower::watchRepositories(const Paths& gitDirs) {
+  if (!config_.watch || gitDirs == watchedDirs_)
     return;
-  const auto sweep = [handler = handler_] { handler({}, true); };
-  sweepTimer_ = queue_.every(config_.sweepInterval, config_.sweepInterval * timerTolerance, sweep);
+  std::vector<std::string> paths;
+  for (const std::string& dir : gitDirs) {
+    paths.push_back(joinedPath(dir, "logs"));
+    paths.push_back(joinedPath(dir, "worktrees"));
+  }
+  // The new one watches before the old one goes, so that nothing happens unseen.
+  repositories_ = BackendFSWatcher(events_, paths, queue_, handler_);
+  watchedDirs_ = gitDirs;
+  if (!repositories_.isWatching())
+    startSweep();
+}
+
+void BackendFollower::startSweep() {
+  if (sweepTimer_)
+    return;
+  sweepTimer_ = queue_.every(config_.sweepInterval,
+                             config_.sweepInterval * timerTolerance,
+                             [handler = handler_] { handler({}, true); });
 }
 
 }  // namespace tessivane

@@ -32,15 +32,18 @@ class BackendFollower final : public std::enable_shared_from_this<BackendFollowe
   void note(const std::string& path) { poll_.note(path); }
 
  private:
-  void watch(const Paths& gitDirs);
-  void startTimers();
+  void startPoll();
+  void watchSources();
+  void watchRepositories(const Paths& gitDirs);
+  void startSweep();
 
   const BackendActivityConfig config_;
   TaskQueue& queue_;
   const FileEvents::Handler handler_;
   BackendStatPoll poll_;
   TaskHandle statTimer_;
-  TaskHandle sweepTimer_;
+  TaskHandle sweepTimer_;  // filled where events do not tell of everything
+  FileEvents events_;
   // Two, as the directories of the tools stay what they are while repositories come and go.
   BackendFSWatcher sources_;
   BackendFSWatcher repositories_;

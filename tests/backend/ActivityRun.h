@@ -4,6 +4,8 @@
 // moves by hand, and short words for what happens to it.
 
 #include <algorithm>
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -28,6 +30,7 @@ struct ScriptedFileEvents {
     FileEvents::Handler handler;
   };
   bool isPossible = true;
+  std::function<void(const std::string&)> problem = {};
   std::vector<std::weak_ptr<Watch>> watches = {};
 
   FileEvents events() {
@@ -72,7 +75,11 @@ class ActivityRun : public testing::Test {
             .codexDir = home_.path(".codex/sessions"),
             .t3DBPath = home_.path(".t3/userdata/statev2.sqlite"),
             .watch = watch_,
-            .fileEvents = files_.events(),
+            .fileEvents =
+                [this](auto problem) {
+                  files_.problem = std::move(problem);
+                  return files_.events();
+                },
             .defaults = &defaults_,
             .clock =
                 [this] {

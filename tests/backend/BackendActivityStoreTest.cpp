@@ -157,15 +157,20 @@ TEST_F(BackendActivityStoreTest, ScansWhatHasChanged) {
   EXPECT_THAT(titles(), ElementsAre("Four"));
 }
 
-TEST_F(BackendActivityStoreTest, NoticesByStatCallsAloneWhatHasChanged) {
-  watch_ = false;
+/// What file events may be like where they cannot be relied on.
+class BackendActivityPollTest : public ActivityRun, public testing::WithParamInterface<int> {};
+
+TEST_P(BackendActivityPollTest, NoticesWhatHasChangedAllTheSame) {
+  watch_ = GetParam() != 0;
+  files_.isPossible = GetParam() != 1;
   GitRepository repository(home_, "work/shed");
   repository.commit("Begin");
   clock_.set(repository.now());
   addSession("a");
   home_.write(relative("a"), "", clock_.now());
   startWithSessions();
-  EXPECT_TRUE(files_.watches.empty());
+  if (GetParam() == 2)
+    files_.problem("Too many directories");
   openPullRequest("a", 1);
   queue_.advance(2s);
   EXPECT_THAT(titles(), ElementsAre("Add a door"));
@@ -174,6 +179,8 @@ TEST_F(BackendActivityStoreTest, NoticesByStatCallsAloneWhatHasChanged) {
   queue_.advance(31s);
   EXPECT_THAT(titles(), ElementsAre("Add a door", "Two"));
 }
+
+INSTANTIATE_TEST_SUITE_P(Events, BackendActivityPollTest, testing::Values(0, 1, 2));
 
 TEST_F(BackendActivityStoreTest, FollowsWhereSessionsWork) {
   const GitRepository first(home_, "work/shed");
