@@ -29,6 +29,7 @@ check_packages=(
   libbenchmark-dev
   libgmock-dev
   libgtest-dev
+  libssl-dev
 )
 
 # require_packages NAME...
