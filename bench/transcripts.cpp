@@ -136,7 +136,7 @@ void compare(benchmark::State& state, const std::string& sample) {
     const auto end = Clock::now();
     if (findings != 0 || counted != lines)
       state.SkipWithError("the passes saw something else");
-    if (allocated > lines / 50)
+    if (allocated > lines / 20)
       state.SkipWithError("a pass allocates for its lines");
     state.SetIterationTime(Seconds(middle - begin).count());
     worked.push_back(Seconds(middle - begin).count());

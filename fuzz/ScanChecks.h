@@ -76,6 +76,8 @@ void checkScanner(std::string_view bytes) {
     rest.remove_prefix(line.size());
   }
   require(findings == singly, "findings do not depend on the lines around them");
+  if constexpr (requires { whole.branch(); })
+    require(whole.branch() == pieces.branch(), "nor does the branch");
   std::ranges::for_each(findings, checkFinding);
 }
 

@@ -29,6 +29,13 @@ check_packages=(
   libbenchmark-dev
   libgmock-dev
   libgtest-dev
+  libssl-dev
+)
+
+fuzz_packages=(
+  "${build_packages[@]}"
+  clang
+  libclang-rt-14-dev
 )
 
 # require_packages NAME...

@@ -1,5 +1,6 @@
 #include "app/Application.h"
 
+#include "app/ActivityDumpMode.h"
 #include "app/AppDelegate.h"
 #include "app/DumpMode.h"
 #include "app/MainLine.h"
@@ -43,7 +44,10 @@ int runHeadless() {
 
 }  // namespace
 
-int runApplication(Mode mode) {
+int runApplication(const CommandLine& line) {
+  const Mode mode = line.mode;
+  if (mode == Mode::activity)
+    return runActivityDump(line.range, stdout, stderr);
   if (mode == Mode::dump || mode == Mode::dumpRush)
     return runDumps(mode);
   // A build without the surfaces has no such program and goes on below.

@@ -8,6 +8,6 @@
 namespace tessivane {
 
 /// Runs until the person or a signal ends the program, or until the mode is done. The exit status.
-int runApplication(CommandLine::Mode mode);
+int runApplication(const CommandLine& line);
 
 }  // namespace tessivane

@@ -14,12 +14,13 @@ namespace {
 
 using Mode = CommandLine::Mode;
 
-constexpr std::array<std::pair<std::string_view, Mode>, 6> modes = {{
+constexpr std::array<std::pair<std::string_view, Mode>, 7> modes = {{
     {"--help", Mode::help},
     {"-h", Mode::help},
     {"--version", Mode::version},
     {"--dump-rush", Mode::dumpRush},
     {"--dump", Mode::dump},
+    {"--activity", Mode::activity},
     {"--headless", Mode::headless},
 }};
 
@@ -31,18 +32,34 @@ std::optional<Mode> modeNamed(std::string_view argument) {
   return std::nullopt;
 }
 
+std::optional<ActivityRange> rangeNamed(std::string_view argument) {
+  constexpr std::array<std::pair<std::string_view, ActivityRange>, 3> ranges = {
+      {{"m15", ActivityRange::m15}, {"h1", ActivityRange::h1}, {"h6", ActivityRange::h6}}};
+  for (const auto& [name, range] : ranges) {
+    if (name == argument)
+      return range;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::variant<CommandLine, CommandLineError> parseCommandLine(
     const std::vector<std::string>& arguments) {
   std::optional<Mode> chosen;
+  std::optional<Mode> before;
+  CommandLine line;
   for (const std::string& argument : arguments) {
-    const auto mode = modeNamed(argument);
-    if (!mode)
+    const auto range = before == Mode::activity ? rangeNamed(argument) : std::nullopt;
+    before = range ? std::nullopt : modeNamed(argument);
+    if (!range && !before)
       return CommandLineError{"unknown argument \"" + argument + "\""};
-    chosen = chosen ? std::min(*chosen, *mode) : *mode;
+    line.range = range.value_or(line.range);
+    if (before)
+      chosen = std::min(chosen.value_or(*before), *before);
   }
-  return CommandLine{.mode = chosen.value_or(Mode::start)};
+  line.mode = chosen.value_or(Mode::start);
+  return line;
 }
 
 std::string helpText() {
@@ -66,6 +83,11 @@ Modes:
                a repeated pass took.
   --dump-rush  List the sessions that wait for you, in the order in which Rush
                would deal them: the columns of --dump without the kind.
+  --activity [m15|h1|h6]
+               List what happened in the last 15 minutes, hour (unless told
+               otherwise) or 6 hours, as the program has stored it, the oldest
+               first, as columns separated by tabs: time (UTC), kind, project,
+               session, reference, title.
   --help, -h   Show this text.
   --version    Show the version.
 

@@ -6,12 +6,15 @@
 #include <variant>
 #include <vector>
 
+#include "activity/ActivityEvent.h"
+
 namespace tessivane {
 
 struct CommandLine {
-  enum class Mode { help, version, dumpRush, dump, headless, start };
+  enum class Mode { help, version, dumpRush, dump, activity, headless, start };
 
   Mode mode = Mode::start;
+  ActivityRange range = ActivityRange::h1;  ///< of `activity`
 
   friend bool operator==(const CommandLine&, const CommandLine&) = default;
 };
@@ -23,8 +26,9 @@ struct CommandLineError {
   friend bool operator==(const CommandLineError&, const CommandLineError&) = default;
 };
 
-/// `arguments` without the program's name; none means the live program. An unknown argument refuses
-/// the whole line. Of several modes the first in the order of `Mode` wins.
+/// `arguments` without the program's name; none means the live program. "--activity" may be
+/// followed by a range. An unknown argument refuses the whole line. Of several modes the first in
+/// the order of `Mode` wins.
 std::variant<CommandLine, CommandLineError> parseCommandLine(
     const std::vector<std::string>& arguments);
 

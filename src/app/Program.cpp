@@ -1,5 +1,6 @@
 #include "app/Program.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <future>
@@ -9,7 +10,9 @@
 #include <utility>
 
 #include "activity/SyntheticActivitySource.h"
+#include "backend/BackendActivitySource.h"
 #include "platform/SystemClock.h"
+#include "platform/linux/InotifyEvents.h"
 #include "support/Calendar.h"
 #include "support/Paths.h"
 
@@ -19,6 +22,8 @@ namespace {
 
 constexpr Seconds tickInterval{1};
 constexpr Seconds tickTolerance{0.1};
+// How soon after a refresh changed files lead to the next one.
+constexpr Seconds sourcesSpacing{2};
 
 SessionDiscovery::Options discoveryOptions() {
   return {.home = Paths::home(),
@@ -32,6 +37,7 @@ SessionDiscovery::Options discoveryOptions() {
 SessionStore::Environment storeEnvironment(TaskQueue& mainQueue,
                                            TaskQueue& refreshQueue,
                                            SessionDiscovery& discovery,
+                                           BackendActivityStore* backend,
                                            const Program::Shell& shell) {
   return {.mainQueue = &mainQueue,
           .refreshQueue = &refreshQueue,
@@ -39,6 +45,11 @@ SessionStore::Environment storeEnvironment(TaskQueue& mainQueue,
           .calendar = Calendar::current,
           .discover = [&discovery](Date since) { return discovery.sessions(since); },
           .problems = [&discovery] { return discovery.problems(); },
+          .sessionsDidRefresh =
+              [backend](const SessionStore::Sessions& sessions) {
+                if (backend != nullptr)
+                  backend->sessionsDidRefresh(sessions);
+              },
           .workspace = shell.workspace,
           .pasteboard = shell.pasteboard};
 }
@@ -66,13 +77,17 @@ RushController::Wiring rushWiring(TaskQueue& mainQueue,
   return wiring;
 }
 
-// Nothing but invented work can be shown so far, and that only to those who ask for it.
-std::unique_ptr<ActivitySource> activitySource(TaskQueue& mainQueue, const UserDefaults& defaults) {
+bool wantsInventedWork(const UserDefaults& defaults) {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here sets the environment
   const char* variable = std::getenv(syntheticActivityVariable);
   const auto asked = variable == nullptr ? std::nullopt : std::optional<std::string_view>(variable);
-  if (!wantsSyntheticActivity(asked, defaults.boolean(syntheticActivityKey)))
-    return nullptr;
+  return wantsSyntheticActivity(asked, defaults.boolean(syntheticActivityKey));
+}
+
+std::unique_ptr<ActivitySource> activitySource(TaskQueue& mainQueue,
+                                               BackendActivityStore* backend) {
+  if (backend != nullptr)
+    return std::make_unique<BackendActivitySource>(*backend);
   return std::make_unique<SyntheticActivitySource>(
       SyntheticActivitySource::defaultSeed,
       SyntheticActivitySource::defaultTickInterval,
@@ -83,19 +98,51 @@ std::unique_ptr<ActivitySource> activitySource(TaskQueue& mainQueue, const UserD
 
 Program::Program(TaskQueue& mainQueue, UserDefaults& defaults, const Shell& shell)
     : discovery_(discoveryOptions()),
+      activityQueue_("tessivane.activity"),
+      backend_(makeBackend(mainQueue, defaults)),
       refreshQueue_("tessivane.refresh"),
-      store_(storeEnvironment(mainQueue, refreshQueue_, discovery_, shell)),
+      store_(storeEnvironment(mainQueue, refreshQueue_, discovery_, backend_.get(), shell)),
       rush_(rushWiring(mainQueue, store_, shell), defaults),
       activity_({.mainQueue = &mainQueue, .defaults = &defaults, .now = systemNow},
-                activitySource(mainQueue, defaults)) {}
+                activitySource(mainQueue, backend_.get())) {
+  settings_ = defaults.subscribe([this] {
+    if (backend_ != nullptr)
+      backend_->settingsDidChange();
+  });
+}
 
 Program::~Program() = default;
 
+// GitHub is asked as soon as `config.github` is filled in.
+std::unique_ptr<BackendActivityStore> Program::makeBackend(TaskQueue& mainQueue,
+                                                           UserDefaults& defaults) {
+  if (wantsInventedWork(defaults))
+    return nullptr;
+  BackendActivityConfig config;
+  config.defaults = &defaults;
+  config.clock = systemNow;
+  config.fileEvents = inotifyEvents;
+  config.report = [](const std::string& sentence) {
+    std::fprintf(stderr, "Tessivane: %s\n", sentence.c_str());
+  };
+  config.onSourcesChanged = [&mainQueue, weak = std::weak_ptr(self_)] {
+    mainQueue.async([weak] {
+      if (const auto self = weak.lock())
+        (*self)->store_.refreshSoon(sourcesSpacing);
+    });
+  };
+  return std::make_unique<BackendActivityStore>(
+      std::move(config), activityQueue_, discovery_.roots());
+}
+
 bool Program::comesToRest(Seconds limit) {
+  const auto end = std::chrono::steady_clock::now() + limit;
   auto rested = std::make_shared<std::promise<void>>();
   auto future = rested->get_future();
   refreshQueue_.async([rested] { rested->set_value(); });
-  return future.wait_for(limit) == std::future_status::ready;
+  if (backend_ != nullptr && !backend_->stopAndWait(limit))
+    return false;
+  return future.wait_until(end) == std::future_status::ready;
 }
 
 RushController::Stream loadedSessions(SessionStore& store,

@@ -1,13 +1,14 @@
 #pragma once
 
-// The live program without its surfaces: discovery, store, Rush and the activity feed, wired to
-// each other. Made on the main thread by the main line, for the length of the process; the same
-// with a desktop and without.
+// The live program without its surfaces: discovery, store, Rush, the activity backend and its feed,
+// wired to each other. Made on the main thread by the main line, for the length of the process; the
+// same with a desktop and without.
 
 #include <functional>
 #include <memory>
 
 #include "activity/ActivityFeed.h"
+#include "backend/BackendActivityStore.h"
 #include "platform/Pasteboard.h"
 #include "platform/TaskQueue.h"
 #include "platform/UserDefaults.h"
@@ -39,16 +40,26 @@ class Program final {
   RushController& rush() { return rush_; }
   ActivityFeed& activity() { return activity_; }
 
-  /// Waits until the refresh queue has nothing to do, so that destroying the program is quick.
-  /// False when a pass takes longer than that: it may be waiting for a writer's lock.
+  /// Ends the activity backend and waits until neither it nor the refresh queue has anything to
+  /// do, so that destroying the program is quick. False when a pass takes longer than that: it may
+  /// be waiting for a writer's lock.
   bool comesToRest(Seconds limit);
 
  private:
+  std::unique_ptr<BackendActivityStore> makeBackend(TaskQueue& mainQueue, UserDefaults& defaults);
+
+  // Known weakly by tasks of the main queue.
+  std::shared_ptr<Program*> self_ = std::make_shared<Program*>(this);
+  // In this order, as refreshes tell the backend, both work on their queues to the end, and both
+  // ask for project roots.
   SessionDiscovery discovery_;
+  SerialQueue activityQueue_;
+  std::unique_ptr<BackendActivityStore> backend_;  // null where invented work takes its place
   SerialQueue refreshQueue_;
   SessionStore store_;
   RushController rush_;
   ActivityFeed activity_;
+  Subscription settings_;
 };
 
 /// The sessions that `store` publishes once it has loaded, at once and at every change, as a stream

@@ -28,9 +28,10 @@ int run(const std::vector<std::string>& arguments) {
       return 0;
     case CommandLine::Mode::dumpRush:
     case CommandLine::Mode::dump:
+    case CommandLine::Mode::activity:
     case CommandLine::Mode::headless:
     case CommandLine::Mode::start:
-      return runApplication(std::get<CommandLine>(parsed).mode);
+      return runApplication(std::get<CommandLine>(parsed));
   }
   return 2;
 }

@@ -2,37 +2,11 @@
 
 #include <cstring>
 
-#include "support/Text.h"
-
 namespace tessivane {
 
-namespace {
-
-std::size_t find(std::string_view needle, std::string_view range) {
-  if (range.empty() || needle.empty())
-    return std::string_view::npos;
-  const void* found = ::memmem(range.data(), range.size(), needle.data(), needle.size());
-  if (found == nullptr)
-    return std::string_view::npos;
-  return static_cast<std::size_t>(static_cast<const char*>(found) - range.data());
-}
-
-}  // namespace
-
 bool BackendBytes::contains(std::string_view needle, std::string_view range) {
-  return find(needle, range) != std::string_view::npos;
-}
-
-std::optional<std::string> BackendBytes::stringField(std::string_view needle,
-                                                     std::string_view range) {
-  const auto at = find(needle, range);
-  if (at == std::string_view::npos)
-    return std::nullopt;
-  range.remove_prefix(at + needle.size());
-  const auto quote = range.find('"');
-  if (quote == std::string_view::npos)
-    return std::nullopt;
-  return repairedUTF8(range.substr(0, quote));
+  return !range.empty() &&
+         ::memmem(range.data(), range.size(), needle.data(), needle.size()) != nullptr;
 }
 
 std::string_view BackendBytes::lineAround(std::string_view range, std::size_t offset) {

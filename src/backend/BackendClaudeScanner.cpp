@@ -34,6 +34,32 @@ bool isEdit(const BackendClaudeBlock& block) {
          });
 }
 
+// The branch that the line itself names. Lines may carry other messages, which name theirs.
+std::optional<std::string> branchNamedBy(JSONReader& reader, std::string_view line) {
+  std::optional<JSONText> named;
+  const bool whole = reader.visit(line, [&named](std::string_view key, JSONValue& value) {
+    if (key == "gitBranch")
+      named = value.text();
+  });
+  if (!whole || !named || named->escaped.empty())
+    return std::nullopt;
+  return named->decoded();
+}
+
+// The branch that was named last. Bookkeeping, which often stands behind the last message, names
+// none.
+std::optional<std::string> lastBranch(JSONReader& reader, std::string_view lines) {
+  std::optional<std::string> named;
+  while (!named && !lines.empty()) {
+    const std::string_view line = BackendBytes::lastLine(lines);
+    if (BackendBytes::contains(gitBranch, line))
+      named = branchNamedBy(reader, line);
+    lines =
+        lines.substr(0, line.empty() ? 0 : static_cast<std::size_t>(line.data() - lines.data()));
+  }
+  return named;
+}
+
 std::string readOutput(const std::string& path) {
   const auto file = RegularFile::open(path);
   if (!file || file->stamp().size <= 0)
@@ -66,8 +92,7 @@ std::vector<BackendFinding> BackendClaudeScanner::scan(std::string_view lines, D
     const auto end = static_cast<std::size_t>(line.data() - rest.data()) + line.size();
     rest.remove_prefix(std::min(end + 1, rest.size()));
   }
-  auto named = BackendBytes::stringField(gitBranch, BackendBytes::lastLine(lines));
-  if (named && !named->empty())
+  if (auto named = lastBranch(reader, lines))
     branch_ = std::move(named);
   return std::exchange(findings_, {});
 }

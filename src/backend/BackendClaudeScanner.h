@@ -35,7 +35,7 @@ class BackendClaudeScanner final {
   /// counts as written `now`.
   std::vector<BackendFinding> scan(std::string_view lines, Date now);
 
-  /// The branch that the transcript named last, at the end of a chunk.
+  /// The branch that the transcript named last; "HEAD" where there is none (Claude Code 2.1.330).
   const std::optional<std::string>& branch() const { return branch_; }
 
  private:

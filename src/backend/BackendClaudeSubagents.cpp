@@ -53,29 +53,25 @@ std::vector<ActivityEvent> BackendClaudeSubagents::events(const std::vector<Agen
     }
     const std::string folder = joinedPath(withoutSuffix(*session.transcriptPath), "subagents");
     const auto stamp = directoryStamp(folder);
-    if (stamp && !isUnchanged(folder, *stamp, now))
-      addEvents(session, folder, now, events);
+    const auto known = folderStamps_.find(folder);
+    if (!stamp || (known != folderStamps_.end() && known->second == *stamp))
+      continue;
+    const auto files = filesInDirectory(folder, transcriptSuffix);
+    addEvents(session, folder, files, now, events);
+    // A directory that seems empty may be one that could not be listed.
+    if (!files.empty() && now - stamp->modificationDate() >= settlingTime)
+      folderStamps_[folder] = *stamp;
   }
   return events;
 }
 
-bool BackendClaudeSubagents::isUnchanged(const std::string& folder,
-                                         const FileStamp& stamp,
-                                         Date now) {
-  const auto known = folderStamps_.find(folder);
-  if (known != folderStamps_.end() && known->second == stamp)
-    return true;
-  if (now - stamp.modificationDate() >= settlingTime)
-    folderStamps_[folder] = stamp;
-  return false;
-}
-
 void BackendClaudeSubagents::addEvents(const AgentSession& parent,
                                        const std::string& folder,
+                                       const std::vector<NamedStamp>& files,
                                        Date now,
                                        std::vector<ActivityEvent>& events) {
   const Date since = now - BackendEventStore::window;
-  for (const NamedStamp& file : filesInDirectory(folder, transcriptSuffix)) {
+  for (const NamedStamp& file : files) {
     const std::string path = joinedPath(folder, file.name);
     const Date modified = file.stamp.modificationDate();
     if (!file.name.starts_with(agentPrefix) || modified < since || handled_.contains(path))

@@ -33,9 +33,9 @@ class BackendClaudeSubagents final {
  private:
   void addEvents(const AgentSession& parent,
                  const std::string& folder,
+                 const std::vector<NamedStamp>& files,
                  Date now,
                  std::vector<ActivityEvent>& events);
-  bool isUnchanged(const std::string& folder, const FileStamp& stamp, Date now);
   std::optional<Date> firstTimestamp(const std::string& path);
   std::string title(const std::string& meta);
 

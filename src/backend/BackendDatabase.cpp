@@ -111,6 +111,12 @@ bool BackendDatabase::inTransaction() const {
   return sqlite3_get_autocommit(db_) == 0;
 }
 
+bool BackendDatabase::isInPlace() const {
+  int moved = 0;
+  const int result = sqlite3_file_control(db_, "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+  return result != SQLITE_OK || moved == 0;
+}
+
 void BackendDatabase::reopenIfReadOnly() {
   sqlite3* db = sqlite3_db_readonly(db_, "main") == 1 ? opened(path_) : nullptr;
   if (db == nullptr)

@@ -67,6 +67,10 @@ class BackendDatabase final {
   /// some failures (a full disk, a read or write error).
   bool inTransaction() const;
 
+  /// False when the file that is open was deleted, moved away or replaced under its path. Costs one
+  /// stat.
+  bool isInPlace() const;
+
   /// Opens the file anew if it could not be written when it was opened, as SQLite would not try
   /// again. Not within a transaction.
   void reopenIfReadOnly();

@@ -243,7 +243,7 @@ BackendEventStore::PRReconcile BackendEventStore::reconcilePR(const PullRequest&
       changed |= db_->run("delete from events where rowid = ?", {*twinID}) > 0;
   }
   const std::string stored = firstText(rows, "root").value_or("");
-  const bool promoted = isGitHubRoot(stored) && !isGitHubRoot(pr.root);
+  const bool promoted = isGitHubRoot(stored) && !isGitHubRoot(pr.root) && !isTaken(pr);
   if (promoted || !isUpToDate(rows.front(), pr)) {
     db_->run(updatePullRequest,
              {secondsSince1970(pr.date),
@@ -263,6 +263,14 @@ BackendEventStore::PRReconcile BackendEventStore::reconcilePR(const PullRequest&
   if (!event)
     return {.kind = PRReconcile::Kind::unchanged};
   return {.kind = PRReconcile::Kind::updated, .event = std::move(event)};
+}
+
+// Another repository's pull request, of the same number, may stand under the root. Were the row put
+// there all the same, the statement would fail in every pass.
+bool BackendEventStore::isTaken(const PullRequest& pr) {
+  return !db_->query("select 1 from events where kind = ? and ref = ? and root = ?",
+                     {rawValue(pr.kind), pr.number, pr.root})
+              .empty();
 }
 
 bool BackendEventStore::isSeen(std::string_view key) {

@@ -112,6 +112,7 @@ class BackendEventStore final {
 
   /// Brings the stored event of a pull request in line with what GitHub says. A row under a real
   /// root wins over one under a "github:" root, GitHub's date and title win over the transcript's.
+  /// A row moves to the real root unless another repository's pull request stands there.
   PRReconcile reconcilePR(const PullRequest& pr);
 
   /// Keys of items that are handled once.
@@ -131,6 +132,7 @@ class BackendEventStore final {
 
  private:
   bool countEdit(const Edit& edit, EditBucket& bucket);
+  bool isTaken(const PullRequest& pr);
 
   std::unique_ptr<BackendDatabase> db_;
   bool schemaIsComplete_ = false;

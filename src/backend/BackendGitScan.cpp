@@ -24,7 +24,7 @@ std::vector<BackendGitSession> sessionsIn(const std::string& dir,
                                           ProjectRootResolver& roots) {
   std::vector<BackendGitSession> found;
   for (const AgentSession& session : sessions.list) {
-    const std::string& place = session.cwd.empty() ? session.projectPath : session.cwd;
+    const std::string& place = workingDirectory(session);
     if (place.empty() || roots.gitCommonDir(place) != dir)
       continue;
     found.push_back({.session = session, .tree = roots.root(place)});
@@ -49,6 +49,20 @@ void readTreesBranches(std::vector<BackendGitSession>& sessions) {
 }
 
 }  // namespace
+
+// Whether an entry may create a branch or a worktree, or tell that a log creates none. The first
+// commit on a branch without a past comes from nothing too; a worktree is new with it only when the
+// log begins with it ("git worktree add --orphan", git 2.42).
+bool mayCreate(const BackendReflogEntry& entry,
+               const BackendReflogFile& file,
+               bool beginsLog,
+               Date since) {
+  if (file.branch && entry.isRename())
+    return true;
+  if (!entry.isFromNull() || entry.date < since)
+    return false;
+  return file.branch || (file.isLinked && (beginsLog || !BackendGitEvents::isCommit(entry)));
+}
 
 // One scan of one repository. What most scans don't need is found out when it is asked for.
 struct BackendGitScan::Run {
@@ -136,13 +150,19 @@ bool BackendGitScan::scan(const std::string& dir,
 }
 
 void BackendGitScan::readLog(Run& run, const BackendReflogFile& file) {
+  // While git moves a worktree, its name cannot be read. What happened in it waits until it can.
+  if (file.isLinked && !file.worktree)
+    return;
   const auto cursor = store_.cursor(file.path);
+  bool beginsLog = !cursor;
   const Date since = run.now - (cursor ? BackendEventStore::window : backfill_);
   const auto start = [since](const FileStamp& stamp) -> std::uint64_t {
     return stamp.modificationDate() < since ? static_cast<std::uint64_t>(stamp.size) : 0;
   };
   const auto visit = [&](const BackendReflogEntry& entry) {
-    if ((entry.isFromNull() || entry.isRename()) && run.pairs.size() < maxPairs)
+    const bool mayMatter = mayCreate(
+        entry, file, std::exchange(beginsLog, false), run.now - BackendEventStore::window);
+    if (mayMatter && run.pairs.size() < maxPairs)
       run.pairs.push_back({.entry = entry, .file = file});
     if (entry.date < since || !BackendGitEvents::isCommit(entry))
       return;
@@ -176,7 +196,7 @@ void BackendGitScan::tellCommit(Run& run,
       .hash = entry.newHash,
       .date = entry.date,
       .message = entry.message,
-      .tree = file.worktree || file.isLinked ? file.worktree : run.treeOfASession(),
+      .tree = file.worktree ? file.worktree : run.treeOfASession(),
       .branch = branch != branchBySHA_.end() ? branch->second : run.headBranch(file)};
   const auto* session = BackendGitEvents::sessionOf(commit, run.sessions());
   tell(run, seenKey, BackendGitEvents::event(commit, session));
@@ -188,7 +208,7 @@ void BackendGitScan::tellCreations(Run& run) {
   bool branchesAreKnown = false;
   for (const BackendBranchCreation& creation : creations) {
     const std::string seenKey = creation.seenKey(run.dir);
-    if (creation.date < run.now - BackendEventStore::window || store_.isSeen(seenKey))
+    if (store_.isSeen(seenKey))
       continue;
     if (!std::exchange(branchesAreKnown, true))
       readTreesBranches(run.sessions());

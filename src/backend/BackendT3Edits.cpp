@@ -19,6 +19,15 @@ from orchestration_v2_projection_turn_items
 where type = 'file_change' and status = 'completed' and updated_at >= ? and json_valid(payload_json)
 order by updated_at limit 2000)";
 
+// An archived or deleted thread is as good as any.
+constexpr std::string_view directoryStatement =
+    R"(select coalesce(case when json_valid(thread.payload_json)
+                     then nullif(json_extract(thread.payload_json, '$.worktreePath'), '') end,
+                project.workspace_root) as directory
+from orchestration_v2_projection_threads thread
+left join projection_projects project on project.project_id = thread.project_id
+where thread.thread_id = ?)";
+
 void addPath(JSONValue& change, std::vector<std::string>& paths) {
   change.visitFields([&paths](std::string_view key, JSONValue& value) {
     const auto path = key == "path" ? value.text() : std::nullopt;
@@ -68,14 +77,28 @@ std::optional<BackendT3Edit> editOf(JSONReader& reader, const DatabaseRow& row) 
 
 }  // namespace
 
-std::vector<BackendT3Edit> BackendT3Edits::read(ReadOnlyDatabase& db, const std::string& after) {
+BackendT3EditPage BackendT3Edits::read(ReadOnlyDatabase& db, const std::string& after) {
   JSONReader reader;
-  std::vector<BackendT3Edit> edits;
-  for (const DatabaseRow& row : db.query(statement, {after})) {
+  BackendT3EditPage page;
+  const auto rows = db.query(statement, {after});
+  page.isFull = rows.size() >= maxRows;
+  for (const DatabaseRow& row : rows) {
+    const std::string* updatedAt = row.text("updated_at");
+    if (updatedAt != nullptr && isoDate(*updatedAt))
+      page.lastUpdatedAt = *updatedAt;
     if (auto edit = editOf(reader, row))
-      edits.push_back(std::move(*edit));
+      page.edits.push_back(std::move(*edit));
   }
-  return edits;
+  return page;
+}
+
+std::optional<std::string> BackendT3Edits::directory(ReadOnlyDatabase& db,
+                                                     const std::string& threadID) {
+  const auto rows = db.query(directoryStatement, {threadID});
+  const std::string* directory = rows.empty() ? nullptr : rows.front().text("directory");
+  if (directory == nullptr || directory->empty())
+    return std::nullopt;
+  return repairedUTF8(*directory);
 }
 
 }  // namespace tessivane

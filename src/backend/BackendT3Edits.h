@@ -3,6 +3,7 @@
 // The file edits that T3 Code has recorded in its own database, which is only ever read. Used on
 // the activity queue.
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,11 +25,24 @@ struct BackendT3Edit {
   friend bool operator==(const BackendT3Edit&, const BackendT3Edit&) = default;
 };
 
+/// What one read gave.
+struct BackendT3EditPage {
+  std::vector<BackendT3Edit> edits = {};          ///< the oldest first
+  std::optional<std::string> lastUpdatedAt = {};  ///< of the last row that has a date, edit or not
+  bool isFull = false;                            ///< there may be more rows
+};
+
 struct BackendT3Edits {
-  /// The edits from `after`, a text of T3's own form of times, on: the oldest first, at most 2,000
-  /// rows. Those of that very time come again. What is no edit or has no path is left out. Empty
-  /// for a database of the older schema and on failure; `db` has the error.
-  static std::vector<BackendT3Edit> read(ReadOnlyDatabase& db, const std::string& after);
+  static constexpr std::size_t maxRows = 2000;
+
+  /// The edits from `after`, a text of T3's own form of times, on, out of at most `maxRows` rows.
+  /// Those of that very time come again. What is no edit or has no path is left out. Empty for a
+  /// database of the older schema and on failure; `db` has the error.
+  static BackendT3EditPage read(ReadOnlyDatabase& db, const std::string& after);
+
+  /// Where the thread works: its worktree, else the folder of its project. Nothing when the
+  /// database does not tell.
+  static std::optional<std::string> directory(ReadOnlyDatabase& db, const std::string& threadID);
 };
 
 }  // namespace tessivane

@@ -1,5 +1,7 @@
 #include "backend/BackendTransaction.h"
 
+#include <utility>
+
 namespace tessivane {
 
 BackendTransaction::BackendTransaction(BackendEventStore& store) : db_(store.db()) {
@@ -15,6 +17,13 @@ BackendTransaction::~BackendTransaction() {
   // Some failures have undone the transaction by now.
   if (begun_ && db_.inTransaction())
     db_.exec("commit");
+}
+
+bool BackendTransaction::commit() {
+  const bool isOpen = std::exchange(begun_, false) && db_.inTransaction();
+  if (isOpen && !db_.exec("commit") && db_.inTransaction())
+    db_.exec("rollback");
+  return isWhole() && db_.isInPlace();
 }
 
 }  // namespace tessivane

@@ -19,8 +19,12 @@ class BackendTransaction final {
   explicit BackendTransaction(BackendEventStore& store);
   BackendTransaction(const BackendTransaction&) = delete;
   BackendTransaction& operator=(const BackendTransaction&) = delete;
-  /// Commits.
+  /// Commits, unless `commit` was called.
   ~BackendTransaction();
+
+  /// Commits now, or undoes everything when that fails. True when all that was told since the
+  /// beginning is stored in the file that is there now.
+  bool commit();
 
   /// True while every statement since the beginning has gone through.
   bool isWhole() const { return db_.failures() == failuresBefore_; }

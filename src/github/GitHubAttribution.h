@@ -54,20 +54,13 @@ class GitHubAttribution final {
   static std::optional<std::string> parseCodexBranch(std::string_view line);
 
  private:
+  std::optional<AgentSession> nearestSession(const Query& query,
+                                             const std::vector<std::string>& clones);
   const std::unordered_set<std::string>& slugs(const std::string& commonDir);
 
   ProjectRootResolver& roots_;
   ReadConfig readConfig_;
   std::unordered_map<std::string, std::unordered_set<std::string>> slugsByCommonDir_;
-};
-
-/// Remotes as a git config tells them, and the repository on GitHub that one points to.
-struct GitHubRemoteURL {
-  /// The values of "url" and "pushurl" of every remote, in file order.
-  static std::vector<std::string> remoteURLs(std::string_view config);
-
-  /// "owner/name" of an address on GitHub, with a scheme or in scp form.
-  static std::optional<std::string> nameWithOwner(std::string_view url);
 };
 
 }  // namespace tessivane

@@ -86,8 +86,8 @@ class GitHubPRSource final : public std::enable_shared_from_this<GitHubPRSource>
                       Date now,
                       const std::stop_token& stop);
   void finish(const Outcome& outcome, bool catchUp, std::optional<Date> previous, int generation);
-  Seconds afterSuccess(const Success& success, bool catchUp, std::optional<Date> previous);
-  Seconds afterFailure(const Failure& failure);
+  void tellSuccess(const Success& success, bool catchUp, std::optional<Date> previous);
+  Seconds delayAfter(const Failure& failure);
 
   const Environment environment_;
   TaskQueue& queue_;

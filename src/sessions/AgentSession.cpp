@@ -141,6 +141,10 @@ std::string_view projectName(std::string_view projectPath) {
   return name.empty() ? "~" : name;
 }
 
+const std::string& workingDirectory(const AgentSession& session) {
+  return session.cwd.empty() ? session.projectPath : session.cwd;
+}
+
 std::string sessionKey(Agent agent, std::string_view nativeID) {
   std::string key(rawValue(agent));
   key += ':';

@@ -89,6 +89,9 @@ std::size_t hashValue(const AgentSession& session);
 /// What a project is called: the last component of its path, "~" without one. Borrowed from it.
 std::string_view projectName(std::string_view projectPath);
 
+/// Where the session works: its `cwd`, or its project path when the tool reported none.
+const std::string& workingDirectory(const AgentSession& session);
+
 /// "{agent}:{nativeID}".
 std::string sessionKey(Agent agent, std::string_view nativeID);
 

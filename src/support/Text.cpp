@@ -162,4 +162,12 @@ std::string collapsedWhitespace(std::string_view text) {
   return result;
 }
 
+std::string loweredASCII(std::string_view text) {
+  std::string lowered(text);
+  std::ranges::transform(lowered, lowered.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+  return lowered;
+}
+
 }  // namespace tessivane

@@ -24,4 +24,7 @@ std::string_view prefixCharacters(std::string_view text, std::size_t count);
 /// `text` on one line: runs of white space and line ends become one blank, none at the ends.
 std::string collapsedWhitespace(std::string_view text);
 
+/// `text` with the letters A to Z in lower case, every other byte as it is.
+std::string loweredASCII(std::string_view text);
+
 }  // namespace tessivane

@@ -19,6 +19,12 @@ TEST(CommandLine, choosesOneModeOrRefuses) {
            {{"--headless", "--dump"}, CommandLine{Mode::dump}},
            {{"--dump", "--version"}, CommandLine{Mode::version}},
            {{"--version", "-h"}, CommandLine{Mode::help}},
+           {{"--activity"}, CommandLine{Mode::activity, ActivityRange::h1}},
+           {{"--activity", "m15"}, CommandLine{Mode::activity, ActivityRange::m15}},
+           {{"--activity", "h6", "--dump"}, CommandLine{Mode::dump, ActivityRange::h6}},
+           {{"--activity", "--version"}, CommandLine{Mode::version}},
+           {{"--activity", "h6", "h1"}, CommandLineError{"unknown argument \"h1\""}},
+           {{"h6"}, CommandLineError{"unknown argument \"h6\""}},
            {{"--dump", "--Dump"}, CommandLineError{"unknown argument \"--Dump\""}},
            {{""}, CommandLineError{"unknown argument \"\""}},
        }) {

@@ -221,19 +221,23 @@ TEST_F(BackgroundCommandTest, SurvivesAnyFileUnderTheName) {
   EXPECT_EQ(scan(notified("t1", path_)), Findings{opened()});
 }
 
-TEST(BackendClaudeScannerTest, KnowsTheBranchThatTheLastLineNames) {
+TEST(BackendClaudeScannerTest, KnowsTheBranchThatWasNamedLast) {
   BackendClaudeScanner scanner;
   const auto branchAfter = [&scanner](const std::string& text) {
     scanner.scan(text, distantPast);
-    return scanner.branch();
+    return scanner.branch().value_or("none");
   };
-  EXPECT_EQ(branchAfter("{\"gitBranch\":\"early\"}\n{\"type\":\"mode\"}\n"), std::nullopt);
-  EXPECT_EQ(branchAfter("{\"x\":1}\n{\"type\":\"user\",\"gitBranch\":\"windows\"}\n\n\n"),
-            "windows");
-  EXPECT_EQ(branchAfter("{\"gitBranch\":\"\"}\n"), "windows");
-  EXPECT_EQ(branchAfter("{\"gitBranch\":\"cut"), "windows");
-  EXPECT_EQ(branchAfter("\n"), "windows");
-  EXPECT_EQ(branchAfter(""), "windows");
+  const std::string mode = "{\"type\":\"mode\"}\n";
+  const std::string nested = "\"x\":{\"gitBranch\":\"deeper\"}";
+  EXPECT_EQ(branchAfter(mode + "\n"), "none");
+  EXPECT_EQ(branchAfter("{\"gitBranch\":\"one\"}\n{\"gitBranch\":\"two\"}\n" + mode + mode), "two");
+  EXPECT_EQ(branchAfter("\n" + mode + "\n"), "two");
+  // Only what a line itself names is its branch, and only a whole line counts.
+  EXPECT_EQ(branchAfter("{" + nested + ",\"gitBranch\":\"t\\\"hr\u00EBe\"}\n{" + nested + "}\n"),
+            "t\"hr\u00EBe");
+  EXPECT_EQ(branchAfter("{\"gitBranch\":\"four\"}\n{\"gitBranch\":\"\"}\n{\"gitBranch\":7}\n"
+                        "{\"type\":\"user\",\"gitBranch\":\"cut\"\n"),
+            "four");
 }
 
 TEST(BackendClaudeScannerTest, ForgetsCommandsThatNothingCameOf) {

@@ -1,5 +1,6 @@
 #include "backend/BackendClaudeSubagents.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -111,6 +112,18 @@ TEST_F(BackendClaudeSubagentsTest, LooksOnlyWhereSomethingCameOrWent) {
   EXPECT_TRUE(look(noon).empty());
   agent("agent-c.jsonl", "");
   EXPECT_EQ(look(noon).size(), 1U);
+}
+
+TEST_F(BackendClaudeSubagentsTest, LooksAgainWhereItCouldNotLook) {
+  agent("agent-a.jsonl", "");
+  rlimit limit{};
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit none{.rlim_cur = 0, .rlim_max = limit.rlim_max};
+  ::setrlimit(RLIMIT_NOFILE, &none);
+  const auto events = look();
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  EXPECT_TRUE(events.empty());
+  EXPECT_EQ(look().size(), 1U);
 }
 
 TEST_F(BackendClaudeSubagentsTest, PassesOverWhatIsNoFreshAgentFile) {

@@ -167,6 +167,7 @@ TEST_F(StoreTest, BringsPullRequestsInLineWithGitHub) {
        .after = {real}},
       {.name = "promoted", .before = {synthetic}, .kind = Kind::updated, .after = {real}},
       {.name = "still synthetic", .before = {synthetic}, .root = "github:me/p"},
+      {.name = "another repository's holds the place", .before = {{.detail = "me/q"}, synthetic}},
       {.name = "twin goes", .before = {synthetic, real}, .kind = Kind::updated, .after = {real}},
       {.name = "second real root stays",
        .before = {real, {.root = "/q"}, synthetic},
@@ -206,6 +207,7 @@ TEST_F(StoreTest, BringsPullRequestsInLineWithGitHub) {
     auto expected = row.after.empty() ? row.before : row.after;
     std::ranges::sort(expected, byRoot);
     EXPECT_EQ(after, expected);
+    EXPECT_EQ(store().db().failures(), 0U) << store().db().lastError().value_or("");
     if (result.event) {
       EXPECT_EQ(result.event->id, "prMerged:" + result.event->projectRoot + ":12");
       EXPECT_EQ(result.event->title, "New");

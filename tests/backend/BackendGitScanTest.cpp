@@ -155,9 +155,36 @@ TEST_F(BackendGitScanTest, TellsWorktreesFromBranches) {
   sessions_.branches = {{"claude:main", "other"}, {"claude:old", "HEAD"}};
   git.commitIn(at("trees/old"), "In it");
   EXPECT_THAT(scan(dir, git.now()), ElementsAre("commit In it on other in old by claude:old"));
+  // So does a commit on a branch without a past.
+  git.gitIn(at("trees/old"), {"checkout", "-q", "--orphan", "bare"});
+  git.commitIn(at("trees/old"), "First");
+  EXPECT_THAT(scan(dir, git.now()), ElementsAre("commit First on bare in old"));
   fs::remove_all(at("trees"));
   sessions_ = {};
   EXPECT_THAT(scan(dir, git.now()), IsEmpty());
+}
+
+// With "git worktree add --orphan" (git 2.42) nothing but the first commit tells of the worktree.
+TEST_F(BackendGitScanTest, WaitsForTheNameOfAWorktree) {
+  const std::string admin = "p/.git/worktrees/w";
+  home_.write(admin + "/HEAD", "ref: refs/heads/x\n");
+  home_.write(admin + "/logs/HEAD", line(null, hash(1), noon, "commit (initial): One"), noon);
+  // As git leaves it for a moment when the worktree moves.
+  home_.write(admin + "/gitdir", "");
+  EXPECT_THAT(scan(at("p/.git"), noon), IsEmpty());
+  home_.write(admin + "/gitdir", at("w/.git\n"));
+  EXPECT_THAT(scan(at("p/.git"), noon),
+              UnorderedElementsAre("commit One on x in w", "branched w (worktree) on x in w"));
+}
+
+TEST_F(BackendGitScanTest, FindsANewBranchBehindAnyNumberOfOldOnes) {
+  const std::string created = "branch: Created from x";
+  std::string old;
+  for (std::uint64_t i = 0; i < 20'000; ++i)
+    old += line(null, hash(i), noon - hours(49), created);
+  home_.write("p/.git/logs/refs/heads/a", old, noon);
+  home_.write("p/.git/logs/refs/heads/b", line(null, hash(1), noon - hours(47), created), noon);
+  EXPECT_THAT(scan(at("p/.git"), noon), ElementsAre("branched b on b in p"));
 }
 
 TEST_F(BackendGitScanTest, LooksForABranchAmongTheSessionsOfItsRepository) {

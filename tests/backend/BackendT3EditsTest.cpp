@@ -22,7 +22,7 @@ struct Row {
 
 std::vector<BackendT3Edit> editsIn(const std::string& path, const std::string& after = first) {
   const auto db = ReadOnlyDatabase::open(path);
-  return BackendT3Edits::read(*db, after);
+  return BackendT3Edits::read(*db, after).edits;
 }
 
 TEST(BackendT3EditsTest, ReadsWhatWasEdited) {

@@ -13,7 +13,10 @@ namespace tessivane::claude {
 inline const char* const date = "2026-10-05T12:00:00.000Z";
 
 inline json message(const char* type, const json& content) {
-  return {{"type", type}, {"timestamp", date}, {"message", {{"content", content}}}};
+  return {{"type", type},
+          {"timestamp", date},
+          {"message", {{"content", content}}},
+          {"gitBranch", "main"}};
 }
 inline json toolUse(const std::string& id, const char* name, const json& input) {
   return message(

@@ -3,16 +3,12 @@
 #include "git/BackendReflogEntry.h"
 
 #include <fmt/format.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "git/BackendBranchCreation.h"
 
 namespace tessivane {
 namespace {
-
-using testing::ElementsAre;
-using testing::Field;
 
 const std::string null(40, '0');
 const std::string a(40, 'a');
@@ -69,14 +65,6 @@ TEST(BackendReflogEntryTest, RefusesWhatIsNoEntry) {
            "{a}\t{b} {who}\tcommit: x",
        })
     EXPECT_EQ(BackendReflogEntry::parse(filled(line)), std::nullopt) << line;
-}
-
-TEST(BackendReflogEntryTest, GoesOnBehindDirt) {
-  const std::string good = filled("{a} {b} {who}\tx");
-  const std::string dirt("\0\xff\t\t \n\n\r\n", 9);
-  EXPECT_THAT(BackendReflogEntry::parseAll(dirt + good + "\n" + dirt + null + good + "\n" + good),
-              ElementsAre(Field(&BackendReflogEntry::message, "x"),
-                          Field(&BackendReflogEntry::message, "x")));
 }
 
 TEST(BackendBranchCreationTest, TellsNewBranchesAndWorktreesFromTheRest) {

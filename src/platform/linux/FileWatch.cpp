@@ -1,44 +1,21 @@
 #include "platform/linux/FileWatch.h"
 
 #include <sys/inotify.h>
-#include <unistd.h>
 
-#include <array>
-#include <cstddef>
-#include <cstring>
 #include <filesystem>
-#include <string_view>
 #include <utility>
 
-#include <asio/error_code.hpp>
-#include <asio/posix/stream_descriptor.hpp>
-
 #include "platform/linux/AsioLoop.h"
+#include "platform/linux/Inotify.h"
 
 namespace tessivane {
 
 namespace {
 
-// Not the opening of a file for reading: the settings read their file when it has changed.
+// Not the opening of a file for reading: the settings read their file when it has changed. Nor each
+// write to it: half a file says nothing.
 constexpr std::uint32_t watched =
     IN_MOVED_TO | IN_MOVED_FROM | IN_CLOSE_WRITE | IN_DELETE | IN_ONLYDIR;
-
-// Whether one of the events in `bytes` is about the file of this name. An overflow, or the end of
-// the watch, may be.
-bool concern(std::string_view bytes, std::string_view name) {
-  while (bytes.size() >= sizeof(inotify_event)) {
-    inotify_event event{};
-    std::memcpy(&event, bytes.data(), sizeof(event));
-    bytes.remove_prefix(sizeof(event));
-    // The kernel pads the name with NUL bytes.
-    const std::string_view padded = bytes.substr(0, event.len);
-    bytes.remove_prefix(padded.size());
-    if ((event.mask & (IN_Q_OVERFLOW | IN_IGNORED)) != 0 ||
-        padded.substr(0, padded.find('\0')) == name)
-      return true;
-  }
-  return false;
-}
 
 }  // namespace
 
@@ -46,44 +23,34 @@ struct FileWatch::Watcher {
   Watcher(const std::filesystem::path& path, std::function<void()> closure)
       : directory(path.parent_path().string()),
         name(path.filename().string()),
-        changed(std::move(closure)),
-        descriptor(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-    if (descriptor < 0)
-      return;
-    events.assign(descriptor);
+        changed(std::move(closure)) {
     wait();
   }
 
   void wait() {
-    events.async_wait(asio::posix::descriptor_base::wait_read, [this](asio::error_code error) {
-      if (error)
-        return;
+    inotify.wait([this] {
       if (read())
         changed();
       wait();
     });
   }
 
-  // Takes all events that are there. True when one is about the file.
-  bool read() const {
+  // Takes all events that are there. True when one is about the file; an overflow, or the end of
+  // the watch, may be.
+  bool read() {
     bool found = false;
-    std::array<char, 16 * 1024> buffer{};
-    for (;;) {
-      const ssize_t size = ::read(descriptor, buffer.data(), buffer.size());
-      if (size <= 0)
-        return found;
-      if (concern(std::string_view(buffer.data(), static_cast<std::size_t>(size)), name))
+    inotify.read([&](const Inotify::Event& event) {
+      if ((event.mask & (IN_Q_OVERFLOW | IN_IGNORED)) != 0 || event.name == name)
         found = true;
-    }
+    });
+    return found;
   }
 
   const std::string directory;
   const std::string name;
   const std::function<void()> changed;
-  const int descriptor;
   AsioThread thread{"tessivane.watch"};
-  // Closes the descriptor.
-  asio::posix::stream_descriptor events{thread.loop().context()};
+  Inotify inotify{thread.loop().context()};
 };
 
 FileWatch::FileWatch(const std::string& path, std::function<void()> changed)
@@ -97,8 +64,7 @@ FileWatch::~FileWatch() {
 
 void FileWatch::renew() {
   // Does nothing when it watches that very directory already.
-  if (watcher_->descriptor >= 0)
-    ::inotify_add_watch(watcher_->descriptor, watcher_->directory.c_str(), watched);
+  watcher_->inotify.add(watcher_->directory, watched);
 }
 
 }  // namespace tessivane

@@ -1,0 +1,210 @@
+// The activity store while its database is locked, refuses to grow, is deleted or cannot be opened:
+// it lives on, and once the fault is over everything is stored, once.
+
+#include <sys/resource.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+
+#include <gmock/gmock.h>
+
+#include "ActivityRun.h"
+#include "helpers/DatabaseOwner.h"
+#include "helpers/GitRepository.h"
+
+namespace tessivane {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using testing::UnorderedElementsAre;
+
+/// No file may grow beyond that size while it lives.
+class FullDisk final {
+ public:
+  explicit FullDisk(rlim_t size) {
+    ::signal(SIGXFSZ, SIG_IGN);
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    rlimit limit = before_;
+    limit.rlim_cur = size;
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  FullDisk(const FullDisk&) = delete;
+  FullDisk& operator=(const FullDisk&) = delete;
+  ~FullDisk() { ::setrlimit(RLIMIT_FSIZE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
+class BackendActivityFaultTest : public ActivityRun {
+ protected:
+  void begin() {
+    firstCommit_ = repository_.commit("Begin");
+    clock_.set(repository_.now());
+    addSession("a").status = SessionStatus::working;
+    sessions_[0].startedAt = clock_.now();
+    home_.write(relative("a"), "", clock_.now());
+    startWithSessions();
+    say("a", {claude::bash("before", "gh pr create -t 'Before'")});
+    tell();
+  }
+  void tell() {
+    files_.change(home_.path(relative("a")));
+    files_.change(repository_.gitDir() + "/logs/HEAD");
+    queue_.advance(2s);
+  }
+  /// Things of every kind happen.
+  void work() {
+    say("a", {claude::result("before", pullURL(1))});
+    sayEdit("a", "work/shed/door.cpp");
+    say("a", {claude::bash("within", "gh pr create -t 'Within'")});
+    repository_.commit("Work");
+    clock_.set(std::max(clock_.now(), repository_.now()));
+    sessions_[0].status = SessionStatus::needsYou;
+    addSession("b").startedAt = clock_.now();
+  }
+  /// What is stored without any further change of the files. The rest is told then.
+  void workOn() {
+    EXPECT_EQ(stored().edits.size(), 1U);
+    EXPECT_EQ(stored().events.size(), 6U);
+    say("a", {claude::result("within", pullURL(2))});
+    tell();
+  }
+  /// What of it is stored.
+  void expectAllOnce() {
+    std::vector<std::string> all;
+    for (const ActivityEvent& event : stored().events)
+      all.push_back(std::string(rawValue(event.kind)) + " " + event.title);
+    EXPECT_THAT(all,
+                UnorderedElementsAre("commit Begin",
+                                     "commit Work",
+                                     "prOpened Before",
+                                     "prOpened Within",
+                                     "needsYou Session a",
+                                     "started Session a",
+                                     "started Session b"));
+    std::int64_t files = 0;
+    for (const EditBucket& bucket : stored().edits)
+      files += bucket.files;
+    EXPECT_EQ(files, 1);
+    std::set<std::string> ids;
+    for (const ActivityEvent& event : events())
+      ids.insert(event.id);
+    // What is told anew after the loss of a file was handed over before.
+    ids.erase("commit:" + home_.path("work/shed") + ":" + firstCommit_);
+    ids.erase("started:" + home_.path("work/shed") + ":claude:a");
+    EXPECT_EQ(ids.size(), 5U);
+    EXPECT_EQ(editedFiles(), 1);
+  }
+
+  GitRepository repository_{home_, "work/shed"};
+  std::string firstCommit_;
+};
+
+TEST_F(BackendActivityFaultTest, MakesGoodWhatALockPrevented) {
+  home_.makeDirectory("data");
+  const DatabaseOwner other(dbPath_);
+  begin();
+  other.run("begin immediate; create table theirs(x)");
+  work();
+  refresh();
+  tell();
+  EXPECT_TRUE(events().empty());
+  queue_.advance(100s);
+  other.run("commit");
+  queue_.advance(61s);
+  workOn();
+  expectAllOnce();
+}
+
+/// A statement in the midst of a pass is refused, alone or with all that was stored before it.
+class BackendActivityRefusalTest : public BackendActivityFaultTest,
+                                   public testing::WithParamInterface<const char*> {};
+
+TEST_P(BackendActivityRefusalTest, MakesGoodWhatItPrevented) {
+  home_.makeDirectory("data");
+  const DatabaseOwner other(dbPath_);
+  begin();
+  const std::string refusal = " begin select raise(" + std::string(GetParam()) + ", 'no'); end;";
+  other.run("create trigger t1 before insert on events when new.ref = '1'" + refusal +
+            "create trigger t2 before insert on events when new.title = 'Work'" + refusal);
+  work();
+  refresh();
+  tell();
+  queue_.advance(10s);
+  other.run("drop trigger t1; drop trigger t2");
+  queue_.advance(61s);
+  workOn();
+  expectAllOnce();
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, BackendActivityRefusalTest, testing::Values("abort", "rollback"));
+
+/// With so many bytes left.
+class BackendActivityFullDiskTest : public BackendActivityFaultTest,
+                                    public testing::WithParamInterface<int> {};
+
+TEST_P(BackendActivityFullDiskTest, MakesGoodWhatItPrevented) {
+  begin();
+  work();
+  {
+    const FullDisk full(fs::file_size(dbPath_ + "-wal") + static_cast<rlim_t>(GetParam()));
+    refresh();
+    tell();
+    queue_.advance(100s);
+    EXPECT_LT(stored().events.size(), 4U);
+  }
+  queue_.advance(61s);
+  workOn();
+  expectAllOnce();
+}
+
+INSTANTIATE_TEST_SUITE_P(Spare, BackendActivityFullDiskTest, testing::Values(0, 3000, 9000));
+
+// The events of this run alone are carried over; what files tell is found anew.
+TEST_F(BackendActivityFaultTest, GoesOnInANewFileWhenItsOwnIsGone) {
+  begin();
+  for (const auto& file : fs::directory_iterator(home_.path("data")))
+    fs::remove(file);
+  work();
+  refresh();
+  refresh();
+  queue_.advance(2s);
+  workOn();
+  expectAllOnce();
+}
+
+TEST_F(BackendActivityFaultTest, WaitsUntilItsFileCanBeMadeAgain) {
+  begin();
+  fs::rename(home_.path("data"), home_.path("aside"));
+  home_.write("data", "in the way");
+  work();
+  refresh();
+  tell();
+  fs::remove(home_.path("data"));
+  fs::rename(home_.path("aside"), home_.path("data"));
+  queue_.advance(61s);
+  workOn();
+  expectAllOnce();
+}
+
+TEST_F(BackendActivityFaultTest, BeginsWhenItsFileCanBeOpened) {
+  home_.write("data", "in the way");
+  addSession("a").startedAt = clock_.now();
+  openPullRequest("a", 1);
+  start();
+  refresh();
+  queue_.advance(600s);
+  EXPECT_LE(queue_.timers().size(), 1U);
+  fs::remove(home_.path("data"));
+  queue_.advance(62s);
+  EXPECT_THAT(titles(), UnorderedElementsAre("Session a", "Add a door"));
+  quit();
+  EXPECT_TRUE(queue_.timers().empty());
+}
+
+}  // namespace
+}  // namespace tessivane

@@ -1,0 +1,335 @@
+// The activity store over real files: what it stores and hands over, from which cursors it goes on,
+// and when.
+
+#include "backend/BackendActivityStore.h"
+
+#include <chrono>
+#include <functional>
+#include <map>
+
+#include <gmock/gmock.h>
+
+#include "ActivityRun.h"
+#include "backend/BackendPass.h"
+#include "helpers/GitRepository.h"
+
+namespace tessivane {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class BackendActivityStoreTest : public ActivityRun {};
+
+TEST_F(BackendActivityStoreTest, EntersFilesAtSixHoursBackAndAnimatesNothing) {
+  addSession("a");
+  addSession("b");
+  sayEdit("a", "work/shed/old.cpp", 7h);
+  sayEdit("a", "work/shed/door.cpp", 5h);
+  sayEdit("b", "elsewhere/x", 7h);
+  openPullRequest("a", 7, 60s);
+  start();
+  EXPECT_TRUE(batches_.empty());
+  refresh();
+  queue_.advance(2s);
+  ASSERT_EQ(batches_.size(), 1U);
+  ASSERT_EQ(batches_[0].edits.size(), 1U);
+  EXPECT_THAT(batches_[0].edits[0].paths, ElementsAre("door.cpp"));
+  ASSERT_EQ(batches_[0].events.size(), 1U);
+  const ActivityEvent& event = batches_[0].events[0];
+  EXPECT_EQ(event.title, "Add a door");
+  EXPECT_EQ(event.detail, "me/shed");
+  EXPECT_EQ(event.id, "prOpened:" + home_.path("work/shed") + ":7");
+  EXPECT_EQ(event.firstSeen, distantPast);
+  EXPECT_EQ(event, stored().events.at(0));
+}
+
+TEST_F(BackendActivityStoreTest, GoesOnFromItsCursors) {
+  addSession("a");
+  sayEdit("a", "work/shed/door.cpp");
+  startWithSessions();
+  quit();
+  sayEdit("a", "work/shed/roof.cpp");
+  clock_.advance(20h);
+  sayEdit("a", "work/shed/wall.cpp");
+  start();
+  ASSERT_EQ(batches_.size(), 1U);  // the history
+  EXPECT_EQ(editedFiles(), 1);
+  refresh();
+  queue_.advance(2s);
+  EXPECT_EQ(batches_.size(), 2U);
+  EXPECT_EQ(editedFiles(), 3);
+  quit();
+  sayEdit("a", "work/shed/late.cpp");
+  clock_.advance(72h);
+  sayEdit("a", "work/shed/new.cpp");
+  start();
+  EXPECT_TRUE(batches_.empty());
+  refresh();
+  queue_.advance(2s);
+  EXPECT_EQ(editedFiles(), 1);
+}
+
+TEST_F(BackendActivityStoreTest, HandsOverOneBatchASecond) {
+  addSession("a");
+  home_.write(relative("a"), "");
+  startWithSessions();
+  for (int number = 1; number <= 5; ++number) {
+    openPullRequest("a", number);
+    files_.change(home_.path(relative("a")));
+    queue_.advance(100ms);
+  }
+  queue_.advance(2s);
+  ASSERT_EQ(batches_.size(), 2U);  // the first had waited long enough
+  EXPECT_EQ(batches_[0].events.size() + batches_[1].events.size(), 5U);
+  EXPECT_EQ(batches_[0].events[0].firstSeen, batches_[0].events[0].date);
+  // Known already, whatever tells it again.
+  batches_.clear();
+  openPullRequest("a", 3);
+  store().record(stored().events);
+  refresh();
+  queue_.advance(5s);
+  EXPECT_TRUE(batches_.empty());
+  EXPECT_EQ(stored().events.size(), 5U);
+}
+
+// Whatever tells of a change leads to a scan of that file alone; a change from which sessions come
+// asks for a refresh.
+TEST_F(BackendActivityStoreTest, ScansWhatHasChanged) {
+  GitRepository repository(home_, "work/shed");
+  repository.commit("Begin");
+  clock_.set(repository.now());
+  addSession("a");
+  home_.write(relative("a"), "", clock_.now());
+  home_.makeDirectory(".t3/userdata");
+  startWithSessions();
+  struct Row {
+    std::string name;
+    std::function<void()> change;
+    std::string path;
+    bool told = true;
+    bool asksForRefresh = false;
+  };
+  const std::string git = repository.gitDir();
+  const std::string tree = home_.path("work/side");
+  for (const Row& row : {
+           Row{"transcript",
+               [&] { openPullRequest("a", 1); },
+               home_.path(relative("a")),
+               true,
+               true},
+           Row{"commit", [&] { repository.commit("Two"); }, git + "/logs/HEAD"},
+           Row{"logs", [&] { repository.commit("Two and a half"); }, git + "/logs"},
+           Row{"branch",
+               [&] {
+                 repository.git({"branch", "x/y"});
+               },
+               git + "/logs/refs/heads/x"},
+           Row{"worktree",
+               [&] {
+                 repository.git({"worktree", "add", "-b", "side", tree});
+               },
+               git + "/worktrees"},
+           Row{"commit there",
+               [&] { repository.commitIn(tree, "Three"); },
+               git + "/worktrees/side/logs/HEAD"},
+           Row{"index there",
+               [&] { repository.commitIn(tree, "Four"); },
+               git + "/worktrees/side/index",
+               false},
+           Row{"other transcript", [] {}, home_.path(".claude/projects/s/b.jsonl"), false, true},
+           Row{"T3", [] {}, home_.path(".t3/userdata/state.sqlite-wal"), false, true},
+           Row{"T3's logs", [] {}, home_.path(".t3/userdata/server.log"), false},
+       }) {
+    SCOPED_TRACE(row.name);
+    batches_.clear();
+    sourceChanges_ = 0;
+    row.change();
+    clock_.set(std::max(clock_.now(), repository.now()));
+    files_.change(row.path);
+    EXPECT_EQ(sourceChanges_, row.asksForRefresh ? 1 : 0);
+    queue_.advance(0.9s);  // the stat poll is still to come
+    EXPECT_EQ(events().size(), row.told ? 1U : 0U);
+  }
+  files_.rescan();
+  queue_.advance(2s);
+  EXPECT_THAT(titles(), ElementsAre("Four"));
+}
+
+/// What file events may be like where they cannot be relied on.
+class BackendActivityPollTest : public ActivityRun, public testing::WithParamInterface<int> {};
+
+TEST_P(BackendActivityPollTest, NoticesWhatHasChangedAllTheSame) {
+  watch_ = GetParam() != 0;
+  files_.isPossible = GetParam() != 1;
+  GitRepository repository(home_, "work/shed");
+  repository.commit("Begin");
+  clock_.set(repository.now());
+  addSession("a");
+  home_.write(relative("a"), "", clock_.now());
+  startWithSessions();
+  if (GetParam() == 2)
+    files_.problem("Too many directories");
+  openPullRequest("a", 1);
+  queue_.advance(2s);
+  EXPECT_THAT(titles(), ElementsAre("Add a door"));
+  EXPECT_EQ(sourceChanges_, 1);
+  repository.commit("Two");
+  queue_.advance(31s);
+  EXPECT_THAT(titles(), ElementsAre("Add a door", "Two"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Events, BackendActivityPollTest, testing::Values(0, 1, 2));
+
+TEST_F(BackendActivityStoreTest, FollowsWhereSessionsWork) {
+  const GitRepository first(home_, "work/shed");
+  const GitRepository second(home_, "work/barn");
+  addSession("a");
+  startWithSessions();
+  const auto watched = [this] {
+    std::vector<std::string> all;
+    for (const auto& weak : files_.watches) {
+      if (const auto watch = weak.lock())
+        all.insert(all.end(), watch->paths.begin(), watch->paths.end());
+    }
+    return all;
+  };
+  std::vector<std::string> expected = {home_.path(".claude/projects"),
+                                       home_.path(".codex/sessions"),
+                                       home_.path(".t3/userdata"),
+                                       first.gitDir() + "/logs",
+                                       first.gitDir() + "/worktrees"};
+  EXPECT_EQ(watched(), expected);
+  addSession("b", "work/barn");
+  refresh();
+  expected.insert(expected.begin() + 3,
+                  {second.gitDir() + "/logs", second.gitDir() + "/worktrees"});
+  EXPECT_EQ(watched(), expected);
+  const auto made = files_.watches.size();
+  sessions_.front().activity += 1s;
+  refresh();
+  EXPECT_EQ(files_.watches.size(), made);
+  quit();
+  EXPECT_THAT(watched(), IsEmpty());
+}
+
+TEST_F(BackendActivityStoreTest, TellsWhatTheSessionsDo) {
+  addSession("a").startedAt = clock_.now();
+  home_.write(".claude/projects/s/a/subagents/agent-1.jsonl", "", clock_.now());
+  startWithSessions();
+  sessions_[0].status = SessionStatus::working;
+  refresh();
+  sessions_[0].status = SessionStatus::yourTurn;
+  sessions_[0].activity = clock_.now();
+  refresh();
+  queue_.advance(2s);
+  ASSERT_EQ(events().size(), 1U);
+  EXPECT_EQ(events()[0].kind, ActivityKind::finished);
+  std::vector<std::string> all;
+  for (const ActivityEvent& event : stored().events)
+    all.push_back(std::string(rawValue(event.kind)) + " " + event.title);
+  EXPECT_THAT(all, ElementsAre("started Session a", "started Subagent", "finished Session a"));
+}
+
+// The pull request stands where GitHub saw it first; the transcript adds nothing.
+TEST_F(BackendActivityStoreTest, KnowsAPullRequestFromElsewhere) {
+  addSession("a");
+  home_.write(relative("a"), "", clock_.now());
+  startWithSessions();
+  ActivityEvent known = commitEvent("7", clock_.now());
+  known.kind = ActivityKind::prOpened;
+  known.projectRoot = "github:me/shed";
+  known.detail = "me/shed";
+  known.title = "From GitHub";
+  store().record({known});
+  openPullRequest("a", 7);
+  refresh();
+  say("a", {claude::bash("m", "gh pr merge 7 -R Me/Shed"), claude::result("m", "merged")});
+  refresh();
+  queue_.advance(2s);
+  EXPECT_THAT(titles(), ElementsAre("From GitHub", "From GitHub"));
+  EXPECT_EQ(events()[1].kind, ActivityKind::prMerged);
+  EXPECT_EQ(events()[1].projectRoot, home_.path("work/shed"));
+}
+
+TEST_F(BackendActivityStoreTest, ShowsPathsAsAPersonKnowsThem) {
+  const std::string home = "/home/ann";
+  struct Row {
+    const char* path;
+    const char* root;
+    const char* shown;
+  };
+  for (const Row& row : {Row{"/home/ann/shed/src/a.c", "/home/ann/shed", "src/a.c"},
+                         Row{"/home/ann/shed2/a.c", "/home/ann/shed", "~/shed2/a.c"},
+                         Row{"/home/ann/a.c", "", "~/a.c"},
+                         Row{"/home/anna/a.c", "", "/home/anna/a.c"},
+                         Row{"a.c", "/home/ann/shed", "a.c"},
+                         Row{"/srv/shed/a.c", "/srv/shed", "a.c"}}) {
+    EXPECT_EQ(shownPath(row.path, row.root, home), row.shown);
+  }
+}
+
+TEST_F(BackendActivityStoreTest, StopsAndStartsAgain) {
+  addSession("a");
+  home_.write(relative("a"), "", clock_.now());
+  for (int run = 1; run <= 10; ++run) {
+    batches_.clear();
+    start();
+    EXPECT_EQ(batches_.size(), run == 1 ? 0U : 1U);  // the history
+    refresh();
+    openPullRequest("a", run);
+    files_.change(home_.path(relative("a")));
+    queue_.advance(2s);
+    EXPECT_EQ(events().size(), static_cast<std::size_t>(2 * run - 1));
+    openPullRequest("a", 100 + run);
+    store().stop();
+    queue_.advance(40s);
+    EXPECT_TRUE(queue_.timers().empty());
+    files_.change(home_.path(relative("a")));
+    refresh();
+    queue_.advance(40s);
+    EXPECT_EQ(events().size(), static_cast<std::size_t>(2 * run - 1));
+    start();
+    queue_.advance(2s);
+    store().stop();
+    sessions_[0].activity = clock_.now();
+    EXPECT_EQ(stored().events.size(), static_cast<std::size_t>(2 * run));
+  }
+}
+
+TEST_F(BackendActivityStoreTest, EndsAPassEarlyWhenItIsStopped) {
+  for (int i = 0; i < 5; ++i) {
+    GitRepository repository(home_, "work/" + std::to_string(i));
+    repository.commit("Commit " + std::to_string(i));
+    clock_.set(std::max(clock_.now(), repository.now()));
+    addSession(std::to_string(i), "work/" + std::to_string(i));
+  }
+  for (int run = 0; run <= 5; ++run) {
+    start();
+    store().sessionsDidRefresh(sessions_);
+    stopAfter_ = 3 + run;  // the third and later looks at the clock are those at repositories
+    queue_.advance(2s);
+    EXPECT_EQ(stored().events.size(), static_cast<std::size_t>(std::min(run + 1, 5)));
+    stopAfter_ = 0;
+    quit();
+  }
+}
+
+// A clock that is set must neither hold anything up nor set off a storm.
+TEST_F(BackendActivityStoreTest, LivesThroughAClockThatIsSet) {
+  addSession("a");
+  home_.write(relative("a"), "", clock_.now());
+  startWithSessions();
+  int number = 0;
+  for (const auto jump : {-26h, 3h, -1h, 40h}) {
+    clock_.set(clock_.now() + jump);
+    batches_.clear();
+    openPullRequest("a", ++number);
+    EXPECT_LT(queue_.advance(3s), 20U);
+    EXPECT_THAT(titles(), ElementsAre("Add a door"));
+  }
+}
+
+}  // namespace
+}  // namespace tessivane
