@@ -18,7 +18,7 @@ class GitHubCLI final {
   GitHubCLI() = delete;
 
   /// How long `gh` may take. It answers in a fraction of a second, unless it hangs.
-  static constexpr Seconds limit{10};
+  static constexpr Seconds timeLimit{10};
 
   /// The first `gh` in the directories of `path`, the value of PATH, or in those where package
   /// managers put it, which a PATH that was made for a desktop may lack.
@@ -31,7 +31,7 @@ class GitHubCLI final {
   static std::optional<std::string> token(std::string_view path,
                                           const RunChildProcess& run,
                                           const std::stop_token& stop,
-                                          Seconds limit = GitHubCLI::limit);
+                                          Seconds limit = timeLimit);
 };
 
 }  // namespace tessivane

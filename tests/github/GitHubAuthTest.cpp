@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "FakeTokenStore.h"
+#include "LockedTokenStore.h"
 #include "helpers/ManualClock.h"
 #include "helpers/ManualQueue.h"
 #include "platform/MemoryUserDefaults.h"
@@ -193,29 +194,9 @@ TEST_F(GitHubAuthTest, ObserversMayUseItAndGoAtAnyTime) {
 }
 
 TEST(GitHubAuthThreads, EverybodyMayUseItAtOnce) {
-  class Store final : public GitHubTokenStore {
-   public:
-    std::optional<GitHubSignIn> load() override {
-      const MutexLock lock(mutex_);
-      return signIn_;
-    }
-    bool save(const GitHubSignIn& signIn) override {
-      const MutexLock lock(mutex_);
-      signIn_ = signIn;
-      return true;
-    }
-    void remove() override {
-      const MutexLock lock(mutex_);
-      signIn_.reset();
-    }
-
-   private:
-    Mutex mutex_;
-    std::optional<GitHubSignIn> signIn_ GUARDED_BY(mutex_);
-  };
   std::atomic<int> changes = 0;
   GitHubAuth auth(
-      std::make_shared<Store>(),
+      std::make_shared<LockedTokenStore>(),
       [](const std::stop_token&) { return std::optional<std::string>("gh"); },
       [] { return ManualClock::defaultStart; });
   const auto observer = auth.observe([&] { ++changes; });

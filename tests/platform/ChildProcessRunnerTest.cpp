@@ -27,7 +27,7 @@ constexpr Seconds longLimit{60};
 class ChildProcessRunnerTest : public testing::Test {
  protected:
   std::string script(const std::string& text) const {
-    const std::string path = home_.write("program", "#!/bin/sh\n" + text + "\n");
+    std::string path = home_.write("program", "#!/bin/sh\n" + text + "\n");
     EXPECT_EQ(::chmod(path.c_str(), 0755), 0);
     return path;
   }

@@ -66,8 +66,10 @@ Result within(Seconds limit, Operation operation) {
   const auto shared = std::make_shared<Shared>();
   try {
     std::thread([shared, operation = std::move(operation)] {
-      const ThreadContext context;
-      Result result = operation(shared->cancellable.get());
+      Result result = [&] {
+        const ThreadContext context;
+        return operation(shared->cancellable.get());
+      }();
       const std::lock_guard lock(shared->mutex);
       shared->result = std::move(result);
       shared->done = true;
