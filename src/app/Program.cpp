@@ -11,8 +11,13 @@
 
 #include "activity/SyntheticActivitySource.h"
 #include "backend/BackendActivitySource.h"
+#include "github/GitHubCLI.h"
+#include "github/GitHubKeychainStore.h"
+#include "github/GitHubURLSessionTransport.h"
 #include "platform/SystemClock.h"
+#include "platform/linux/ChildProcessRunner.h"
 #include "platform/linux/InotifyEvents.h"
+#include "platform/linux/LibsecretStore.h"
 #include "support/Calendar.h"
 #include "support/Paths.h"
 
@@ -24,6 +29,8 @@ constexpr Seconds tickInterval{1};
 constexpr Seconds tickTolerance{0.1};
 // How soon after a refresh changed files lead to the next one.
 constexpr Seconds sourcesSpacing{2};
+// Far more than a stop takes; see `comesToRest`.
+constexpr Seconds stopLimit{60};
 
 SessionDiscovery::Options discoveryOptions() {
   return {.home = Paths::home(),
@@ -84,6 +91,18 @@ bool wantsInventedWork(const UserDefaults& defaults) {
   return wantsSyntheticActivity(asked, defaults.boolean(syntheticActivityKey));
 }
 
+GitHubPRSource::Environment gitHubEnvironment(TaskQueue& worker) {
+  const auto ghToken = [](const std::stop_token& stop) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here sets the environment
+    const char* path = std::getenv("PATH");
+    return GitHubCLI::token(path == nullptr ? "" : path, runChildProcess, stop);
+  };
+  auto store = std::make_shared<GitHubKeychainStore>(libsecretStore());
+  return {.transport = std::make_shared<GitHubURLSessionTransport>(),
+          .auth = std::make_shared<GitHubAuth>(std::move(store), ghToken, systemNow),
+          .worker = &worker};
+}
+
 std::unique_ptr<ActivitySource> activitySource(TaskQueue& mainQueue,
                                                BackendActivityStore* backend) {
   if (backend != nullptr)
@@ -99,6 +118,7 @@ std::unique_ptr<ActivitySource> activitySource(TaskQueue& mainQueue,
 Program::Program(TaskQueue& mainQueue, UserDefaults& defaults, const Shell& shell)
     : discovery_(discoveryOptions()),
       activityQueue_("tessivane.activity"),
+      gitHubQueue_("tessivane.github"),
       backend_(makeBackend(mainQueue, defaults)),
       refreshQueue_("tessivane.refresh"),
       store_(storeEnvironment(mainQueue, refreshQueue_, discovery_, backend_.get(), shell)),
@@ -111,9 +131,12 @@ Program::Program(TaskQueue& mainQueue, UserDefaults& defaults, const Shell& shel
   });
 }
 
-Program::~Program() = default;
+// Once the backend has stopped nothing is posted to the queue of GitHub any more.
+Program::~Program() {
+  if (backend_ != nullptr)
+    backend_->stopAndWait(stopLimit);
+}
 
-// GitHub is asked as soon as `config.github` is filled in.
 std::unique_ptr<BackendActivityStore> Program::makeBackend(TaskQueue& mainQueue,
                                                            UserDefaults& defaults) {
   if (wantsInventedWork(defaults))
@@ -122,6 +145,7 @@ std::unique_ptr<BackendActivityStore> Program::makeBackend(TaskQueue& mainQueue,
   config.defaults = &defaults;
   config.clock = systemNow;
   config.fileEvents = inotifyEvents;
+  config.github = gitHubEnvironment(gitHubQueue_);
   config.report = [](const std::string& sentence) {
     std::fprintf(stderr, "Tessivane: %s\n", sentence.c_str());
   };
@@ -137,12 +161,16 @@ std::unique_ptr<BackendActivityStore> Program::makeBackend(TaskQueue& mainQueue,
 
 bool Program::comesToRest(Seconds limit) {
   const auto end = std::chrono::steady_clock::now() + limit;
-  auto rested = std::make_shared<std::promise<void>>();
-  auto future = rested->get_future();
-  refreshQueue_.async([rested] { rested->set_value(); });
   if (backend_ != nullptr && !backend_->stopAndWait(limit))
     return false;
-  return future.wait_until(end) == std::future_status::ready;
+  for (TaskQueue* queue :
+       {static_cast<TaskQueue*>(&refreshQueue_), static_cast<TaskQueue*>(&gitHubQueue_)}) {
+    auto rested = std::make_shared<std::promise<void>>();
+    queue->async([rested] { rested->set_value(); });
+    if (rested->get_future().wait_until(end) != std::future_status::ready)
+      return false;
+  }
+  return true;
 }
 
 RushController::Stream loadedSessions(SessionStore& store,

@@ -51,9 +51,10 @@ class Program final {
   // Known weakly by tasks of the main queue.
   std::shared_ptr<Program*> self_ = std::make_shared<Program*>(this);
   // In this order, as refreshes tell the backend, both work on their queues to the end, and both
-  // ask for project roots.
+  // ask for project roots. A poll of GitHub ends on the activity queue.
   SessionDiscovery discovery_;
   SerialQueue activityQueue_;
+  SerialQueue gitHubQueue_;
   std::unique_ptr<BackendActivityStore> backend_;  // null where invented work takes its place
   SerialQueue refreshQueue_;
   SessionStore store_;

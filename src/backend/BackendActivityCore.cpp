@@ -1,11 +1,13 @@
 #include "backend/BackendActivityCore.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include <fmt/format.h>
 
 #include "backend/BackendTransaction.h"
+#include "github/GitHubSettings.h"
 #include "support/Paths.h"
 
 namespace tessivane {
@@ -14,6 +16,7 @@ namespace {
 
 using Pass = BackendGitScan::Pass;
 
+constexpr std::string_view gitHubCursorKey = "github.cursor";
 constexpr Seconds pruneInterval{3600};
 constexpr Seconds firstRetry{1};
 constexpr Seconds longestRetry{60};
@@ -44,11 +47,56 @@ BackendActivityCore::BackendActivityCore(BackendActivityConfig config,
       roots_(roots),
       throttle_({.interval = config_.publishInterval}),
       repositories_(roots),
-      transcripts_(repositories_, config_.backfill) {}
+      transcripts_(repositories_, config_.backfill),
+      gitHubIngest_(roots) {}
 
 BackendActivityCore::~BackendActivityCore() = default;
 
-void BackendActivityCore::updateGitHub() {}
+void BackendActivityCore::updateGitHub() {
+  const bool isWanted = running_ && config_.github && config_.defaults != nullptr &&
+                        GitHubSettings::isEnabled(*config_.defaults);
+  if (isWanted == (gitHub_ != nullptr))
+    return;
+  if (!isWanted) {
+    signIn_.reset();
+    gitHub_->stop();
+    gitHub_.reset();
+    return;
+  }
+  gitHub_ = std::make_shared<GitHubPRSource>(*config_.github, queue_, gitHubOwner());
+  // Told on any thread.
+  signIn_ = config_.github->auth->observe([&queue = queue_, weak = weak_from_this()] {
+    queue.async([weak] {
+      const auto self = weak.lock();
+      if (self && self->gitHub_)
+        self->gitHub_->schedule(Seconds(0));
+    });
+  });
+  gitHub_->start();
+}
+
+// The source may outlive this object for the length of one of its tasks.
+GitHubPRSource::Owner BackendActivityCore::gitHubOwner() {
+  return {.clock = config_.clock,
+          .loadCursor = [weak = weak_from_this()]() -> std::optional<std::string> {
+            const auto self = weak.lock();
+            return self && self->store_ ? self->store_->value(gitHubCursorKey) : std::nullopt;
+          },
+          .saveCursor =
+              [weak = weak_from_this()](const std::string& cursor) {
+                const auto self = weak.lock();
+                if (self && self->store_)
+                  self->store_->setValue(gitHubCursorKey, cursor);
+              },
+          .deliver =
+              [weak = weak_from_this()](const std::vector<GitHubPR>& prs, bool catchUp) {
+                const auto self = weak.lock();
+                if (!self || prs.empty())
+                  return;
+                self->due_.polled.push_back({.prs = prs, .catchUp = catchUp});
+                self->runPass(Pass::live);
+              }};
+}
 
 void BackendActivityCore::start(BatchHandler onBatch) {
   if (onBatch_)
@@ -89,6 +137,8 @@ void BackendActivityCore::begin() {
   isBackfilled_ = hasSessions_;
   reconcile(Extent::everything);
   runPass(Pass::startUp);
+  if (config_.defaults != nullptr)
+    GitHubSettings::migrate(*config_.defaults);
   updateGitHub();
 }
 
@@ -276,6 +326,17 @@ void BackendActivityCore::scanDue(const Due& due, const BackendPass& pass) {
   }
   if (due.t3 && t3Scan_ && !pass.isStopped())
     scanT3(pass);
+  for (const Polled& polled : due.polled)
+    ingestGitHub(polled, pass);
+}
+
+// What a first poll brings happened before, however fresh it is.
+void BackendActivityCore::ingestGitHub(const Polled& polled, const BackendPass& pass) {
+  BackendPass own = pass;
+  own.kind = polled.catchUp ? Pass::startUp : Pass::live;
+  auto dirs = repositories_.dirs();
+  dirs.merge(knownGitDirs());
+  gitHubIngest_.store(polled.prs, sessions_, dirs, own);
 }
 
 // However often T3's database changes, it is read once in its interval.
@@ -306,6 +367,9 @@ void BackendActivityCore::passEnded(Due due, std::size_t recorded, bool stored) 
   due_.transcripts.merge(due.transcripts);
   due_.gitDirs.merge(due.gitDirs);
   due_.t3 = due_.t3 || due.t3;
+  due_.polled.insert(due_.polled.begin(),
+                     std::make_move_iterator(due.polled.begin()),
+                     std::make_move_iterator(due.polled.end()));
   retryLater();
 }
 

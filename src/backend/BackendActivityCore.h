@@ -20,6 +20,7 @@
 #include "backend/BackendClaudeSubagents.h"
 #include "backend/BackendEventStore.h"
 #include "backend/BackendFollower.h"
+#include "backend/BackendGitHubIngest.h"
 #include "backend/BackendGitScan.h"
 #include "backend/BackendOutbox.h"
 #include "backend/BackendPass.h"
@@ -56,13 +57,19 @@ class BackendActivityCore final : public std::enable_shared_from_this<BackendAct
   void updateGitHub();
 
  private:
-  /// What the next pass scans.
+  /// What GitHub told in one poll.
+  struct Polled {
+    std::vector<GitHubPR> prs = {};
+    bool catchUp = false;
+  };
+  /// What the next pass scans and stores.
   struct Due {
     std::set<std::string> transcripts = {};
     std::set<std::string> gitDirs = {};
     bool t3 = false;
+    std::vector<Polled> polled = {};
 
-    bool isEmpty() const { return transcripts.empty() && gitDirs.empty() && !t3; }
+    bool isEmpty() const { return transcripts.empty() && gitDirs.empty() && !t3 && polled.empty(); }
   };
   enum class Extent { changes, everything };
 
@@ -83,6 +90,8 @@ class BackendActivityCore final : public std::enable_shared_from_this<BackendAct
   void scanDue(const Due& due, const BackendPass& pass);
   void scanT3(const BackendPass& pass);
   void storeRecorded(const BackendPass& pass);
+  void ingestGitHub(const Polled& polled, const BackendPass& pass);
+  GitHubPRSource::Owner gitHubOwner();
   void passEnded(Due due, std::size_t recorded, bool stored);
   void retryLater();
 
@@ -126,6 +135,9 @@ class BackendActivityCore final : public std::enable_shared_from_this<BackendAct
   std::optional<BackendGitScan> gitScan_;
   std::optional<BackendT3Scan> t3Scan_;
   std::shared_ptr<BackendFollower> follower_;  // from start to stop
+  BackendGitHubIngest gitHubIngest_;
+  std::shared_ptr<GitHubPRSource> gitHub_;  // while GitHub is asked
+  std::shared_ptr<void> signIn_;            // while it is, what tells of another sign-in
 
   Due due_;
   Seconds retryDelay_{0};

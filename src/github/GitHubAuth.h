@@ -2,15 +2,17 @@
 
 // Decides which GitHub token is in force: the program's own sign-in, else that of the `gh` command.
 // Safe on every thread. `credential`, `signIn` and `signOut` may block on the token store or on
-// `gh`, so they are never called on the main thread. One for the process, owned by the wiring; the
-// poller and the account model share it.
+// `gh`, so they are never called on the main thread, and no lock is held meanwhile. One for the
+// process, owned by the wiring; the poller and the account model share it.
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <stop_token>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "github/GitHubCredential.h"
 #include "github/GitHubTokenStore.h"
@@ -29,11 +31,18 @@ class GitHubAuth final {
   GitHubAuth(std::shared_ptr<GitHubTokenStore> store, GHToken ghToken, Clock clock);
   GitHubAuth(const GitHubAuth&) = delete;
   GitHubAuth& operator=(const GitHubAuth&) = delete;
-  ~GitHubAuth();
+  ~GitHubAuth() = default;
+
+  /// How long an answer of `gh` holds, that there is no token included.
+  static constexpr Seconds ghAge{300};
 
   /// The credential in force. The store is read once per sign-in state, `gh` at most every 300
   /// seconds or at once after `markInvalid`. What was cut short by `stop` is not kept.
   std::optional<GitHubCredential> credential(const std::stop_token& stop = {});
+
+  /// Has the next `credential` read the store and `gh` in any case: for a person who looks again
+  /// after having unlocked the one or signed in with the other. Tells nobody.
+  void reread();
 
   /// The token that GitHub has refused last.
   std::optional<std::string> invalidToken() const;
@@ -56,6 +65,42 @@ class GitHubAuth final {
   /// time that what `credential` gives may have changed; until the handle goes, which may be while
   /// a call is under way on another thread.
   [[nodiscard]] std::shared_ptr<void> observe(std::function<void()> changed);
+
+ private:
+  // What was read last. Whoever reads compares `generation` before and after: when it has moved on,
+  // the reading is of the past and must not be kept.
+  struct Keychain {
+    bool isRead = false;
+    std::optional<GitHubSignIn> signIn = {};
+    std::uint64_t generation = 0;
+  };
+  struct GHReading {
+    std::optional<std::string> token = {};
+    Date at = distantPast;
+  };
+  struct GH {
+    std::optional<GHReading> reading = {};
+    std::uint64_t generation = 0;
+  };
+  struct Observer {
+    std::function<void()> changed;
+  };
+
+  std::optional<GitHubSignIn> ownSignIn();
+  std::optional<std::string> commandToken(const std::stop_token& stop);
+  void forgetKeychain() REQUIRES_LOCK(lock_);
+  void forgetGH() REQUIRES_LOCK(lock_);
+  void notify();
+
+  const std::shared_ptr<GitHubTokenStore> store_;
+  const GHToken ghToken_;
+  const Clock clock_;
+  mutable Mutex lock_;
+  Keychain keychain_ GUARDED_BY(lock_);
+  GH gh_ GUARDED_BY(lock_);
+  std::unordered_map<std::string, std::string> logins_ GUARDED_BY(lock_);
+  std::optional<std::string> invalidToken_ GUARDED_BY(lock_);
+  std::vector<std::weak_ptr<Observer>> observers_ GUARDED_BY(lock_);
 };
 
 }  // namespace tessivane

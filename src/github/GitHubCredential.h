@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace tessivane {
 
@@ -18,5 +19,9 @@ struct GitHubCredential {
 
   friend bool operator==(const GitHubCredential&, const GitHubCredential&) = default;
 };
+
+/// Whether the text can be a token at all: printable ASCII without blanks, and some of it. Anything
+/// else is a message or a mishap, and would break the header that a token goes into.
+bool isGitHubToken(std::string_view text);
 
 }  // namespace tessivane

@@ -1,7 +1,7 @@
 #pragma once
 
 // Where the program's own sign-in is kept between runs. Safe on every thread; the operations may
-// block for up to three seconds, so they are never called on the main thread.
+// block for up to two seconds, so they are never called on the main thread.
 
 #include <optional>
 #include <string>

@@ -36,4 +36,8 @@ struct HTTPResponse {
   std::optional<std::string> header(std::string_view name) const;
 };
 
+/// Overwrites the headers' values and the body before their memory is given back: what is secret in
+/// a request stands there.
+void wipe(HTTPRequest& request);
+
 }  // namespace tessivane

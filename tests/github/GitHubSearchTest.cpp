@@ -1,0 +1,272 @@
+#include "github/GitHubSearch.h"
+
+#include <chrono>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "CannedTransport.h"
+#include "github/GitHubAPI.h"
+#include "helpers/ChangedText.h"
+#include "helpers/ManualClock.h"
+
+namespace tessivane {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr Date now = ManualClock::defaultStart;
+
+json sampleNode() {
+  return json::parse(R"({
+    "number": 12, "title": "Read the tail first", "url": "https://github.com/o/r/pull/12",
+    "createdAt": "2026-10-01T08:00:00Z", "mergedAt": "2026-10-02T08:00:00Z",
+    "updatedAt": "2026-10-03T08:00:00Z", "state": "MERGED", "headRefName": "tail",
+    "repository": {"nameWithOwner": "o/r", "url": "https://github.com/o/r",
+                   "sshUrl": "git@github.com:o/r.git"}})");
+}
+
+GitHubPR samplePR() {
+  return {.repo = "o/r",
+          .number = 12,
+          .title = "Read the tail first",
+          .url = "https://github.com/o/r/pull/12",
+          .createdAt = *isoDate("2026-10-01T08:00:00Z"),
+          .mergedAt = isoDate("2026-10-02T08:00:00Z"),
+          .updatedAt = *isoDate("2026-10-03T08:00:00Z"),
+          .headRefName = "tail",
+          .repoURL = "https://github.com/o/r",
+          .sshURL = "git@github.com:o/r.git"};
+}
+
+// An answer with these nodes, and the cursor of the next page if there is one.
+HTTPResponse answer(const std::vector<json>& nodes, const json& nextCursor = nullptr) {
+  const json body = {
+      {"data",
+       {{"search",
+         {{"nodes", nodes},
+          {"pageInfo", {{"hasNextPage", !nextCursor.is_null()}, {"endCursor", nextCursor}}}}}}}};
+  return {.status = 200, .body = body.dump()};
+}
+
+TEST(GitHubSearchTest, ReadsAPullRequest) {
+  EXPECT_EQ(GitHubSearch::parseNode(sampleNode()), samplePR());
+  // By the patch that was made to the sample.
+  struct Case {
+    const char* patch;
+    void (*change)(GitHubPR&);
+  };
+  const Case cases[] = {
+      {R"({"state": 7, "more": {}})", [](GitHubPR&) {}},
+      {R"({"number": 9223372036854775807})",
+       [](GitHubPR& pr) { pr.number = std::numeric_limits<std::int64_t>::max(); }},
+      {R"({"title": " \n Two\t\r\n lines\u2028and "})",
+       [](GitHubPR& pr) { pr.title = "Two lines and"; }},
+      {R"({"title": "\n \t"})", [](GitHubPR& pr) { pr.title = "PR #12"; }},
+      {R"({"title": null})", [](GitHubPR& pr) { pr.title = "PR #12"; }},
+      {R"({"title": ["x"]})", [](GitHubPR& pr) { pr.title = "PR #12"; }},
+      {R"({"url": null, "number": 7})",
+       [](GitHubPR& pr) {
+         pr.number = 7;
+         pr.url = "https://github.com/o/r/pull/7";
+       }},
+      {R"({"url": 7})", [](GitHubPR&) {}},
+      {R"({"mergedAt": null})", [](GitHubPR& pr) { pr.mergedAt = {}; }},
+      {R"({"mergedAt": "soon"})", [](GitHubPR& pr) { pr.mergedAt = {}; }},
+      {R"({"mergedAt": 1790000000})", [](GitHubPR& pr) { pr.mergedAt = {}; }},
+      {R"({"updatedAt": "2026-10-03T08:00:00.25+02:00"})",
+       [](GitHubPR& pr) { pr.updatedAt -= 2h - 250ms; }},
+      {R"({"headRefName": null})", [](GitHubPR& pr) { pr.headRefName = {}; }},
+      {R"({"headRefName": {}})", [](GitHubPR& pr) { pr.headRefName = {}; }},
+      {R"({"repository": {"url": null, "sshUrl": 7}})",
+       [](GitHubPR& pr) { pr.repoURL = pr.sshURL = {}; }},
+  };
+  for (const Case& item : cases) {
+    json node = sampleNode();
+    node.merge_patch(json::parse(item.patch));
+    GitHubPR expected = samplePR();
+    item.change(expected);
+    EXPECT_EQ(GitHubSearch::parseNode(node), expected) << item.patch;
+  }
+}
+
+TEST(GitHubSearchTest, CutsATitleBetweenCharacters) {
+  const std::string family = "👨‍👩‍👧";
+  std::string title;
+  for (int i = 0; i < 250; ++i)
+    title += family;
+  json node = sampleNode();
+  node["title"] = title;
+  EXPECT_EQ(GitHubSearch::parseNode(node)->title, title.substr(0, 200 * family.size()));
+}
+
+TEST(GitHubSearchTest, PassesOverWhatIsNoPullRequest) {
+  for (const char* patch : {
+           R"({"number": null})",
+           R"({"number": "12"})",
+           R"({"number": 12.5})",
+           R"({"number": true})",
+           R"({"number": 9223372036854775808})",
+           R"({"createdAt": null})",
+           R"({"createdAt": 7})",
+           R"({"createdAt": "2026-10-01"})",
+           R"({"updatedAt": null})",
+           R"({"updatedAt": "yesterday"})",
+           R"({"repository": null})",
+           R"({"repository": "o/r"})",
+           R"({"repository": {"nameWithOwner": null}})",
+           R"({"repository": {"nameWithOwner": 7}})",
+       }) {
+    json node = sampleNode();
+    node.merge_patch(json::parse(patch));
+    EXPECT_EQ(GitHubSearch::parseNode(node), std::nullopt) << patch;
+  }
+}
+
+TEST(GitHubSearchTest, ReadsAPage) {
+  // With "@" for the sample.
+  struct Case {
+    const char* data = "";
+    std::size_t prs = 0;
+    std::optional<std::string> cursor;
+  };
+  const std::string pr = sampleNode().dump();
+  const Case cases[] = {
+      {R"({"search": {}})", 0, {}},
+      {R"({"search": {"nodes": null, "pageInfo": null}})", 0, {}},
+      {R"({"search": {"nodes": {"a": @}, "pageInfo": [true, "c"]}})", 0, {}},
+      {R"({"search": {"nodes": [{}, @, null, "x", [@], {"number": 1}, @]}})", 2, {}},
+      {R"({"search": {"nodes": [], "pageInfo": {"hasNextPage": true, "endCursor": "c"}}})", 0, "c"},
+      {R"({"search": {"pageInfo": {"hasNextPage": true, "endCursor": null}}})", 0, {}},
+      {R"({"search": {"pageInfo": {"hasNextPage": false, "endCursor": "c"}}})", 0, {}},
+      {R"({"search": {"pageInfo": {"hasNextPage": 1, "endCursor": "c"}}})", 0, {}},
+      {R"({"search": {"pageInfo": {"endCursor": "c"}}})", 0, {}},
+  };
+  for (const Case& item : cases) {
+    std::string text;
+    for (const char* c = item.data; *c != '\0'; ++c)
+      text += *c == '@' ? pr : std::string(1, *c);
+    const auto page = GitHubSearch::parsePage(json::parse(text));
+    ASSERT_TRUE(page) << item.data;
+    EXPECT_THAT(page->prs, SizeIs(item.prs)) << item.data;
+    EXPECT_EQ(page->nextCursor, item.cursor) << item.data;
+  }
+  for (const char* data : {"{}", R"({"search": null})", R"({"search": []})", "null", "[]"})
+    EXPECT_FALSE(GitHubSearch::parsePage(json::parse(data))) << data;
+}
+
+TEST(GitHubSearchTest, MovesItsCursorForwardOnly) {
+  struct Case {
+    const char* name;
+    std::vector<Date> updates;
+    std::optional<Date> previous;
+    std::optional<Date> next;
+  };
+  const Case cases[] = {
+      {"nothing found", {}, {}, {}},
+      {"nothing found after something", {}, now, {}},
+      {"the latest of all", {now - 1h, now, now - 2h}, {}, now - 120s},
+      {"a step forward", {now}, now - 121s, now - 120s},
+      {"no step back", {now}, now - 119s, now - 119s},
+      {"at the beginning of the calendar", {distantPast}, {}, distantPast},
+  };
+  for (const Case& item : cases) {
+    std::vector<GitHubPR> prs;
+    for (const Date updated : item.updates)
+      prs.push_back({.updatedAt = updated});
+    EXPECT_EQ(GitHubSearch::nextCursor(prs, item.previous), item.next) << item.name;
+  }
+}
+
+TEST(GitHubSearchTest, StopsAtTheTenthPage) {
+  std::vector<HTTPResponse> pages;
+  std::vector<std::int64_t> expected;
+  for (int i = 1; i <= 12; ++i) {
+    json node = sampleNode();
+    node["number"] = i;
+    pages.push_back(answer({node}, "c" + std::to_string(i)));
+    if (i <= 10)
+      expected.push_back(i);
+  }
+  CannedTransport transport(pages);
+  const auto result = GitHubSearch::fetchAll("octo", now + 123'456us, "abc", transport, now);
+  std::vector<std::int64_t> numbers;
+  for (const GitHubPR& pr : std::get<0>(result))
+    numbers.push_back(pr.number);
+  EXPECT_EQ(numbers, expected);
+
+  ASSERT_THAT(transport.requests(), SizeIs(10));
+  for (std::size_t i = 0; i < 10; ++i) {
+    const json body = json::parse(transport.requests()[i].body.value_or(""));
+    json variables = {{"q", "is:pr author:octo updated:>=2026-10-05T09:00:00Z"}};
+    if (i > 0)
+      variables["cursor"] = "c" + std::to_string(i);
+    EXPECT_EQ(body["variables"], variables);
+  }
+}
+
+TEST(GitHubSearchTest, EndsAtTheFirstPageThatFails) {
+  struct Case {
+    HTTPResponse second;
+    GitHubError error;
+  };
+  const Case cases[] = {
+      {{.status = 502}, {.kind = GitHubError::Kind::http, .status = 502}},
+      {{.status = 200, .body = R"({"data": {}})"}, {.kind = GitHubError::Kind::malformed}},
+      {{.status = 200, .body = R"({"data": {"search": []}})"},
+       {.kind = GitHubError::Kind::malformed}},
+  };
+  for (const Case& item : cases) {
+    CannedTransport transport({answer({sampleNode()}, "c"), item.second, answer({})});
+    const auto result = GitHubSearch::fetchAll("octo", now, "abc", transport, now);
+    ASSERT_TRUE(std::holds_alternative<GitHubError>(result));
+    EXPECT_EQ(std::get<GitHubError>(result), item.error);
+    EXPECT_THAT(transport.requests(), SizeIs(2));
+  }
+  CannedTransport transport({answer({})});
+  const auto none = GitHubSearch::fetchAll("octo", now, "abc", transport, now);
+  EXPECT_THAT(std::get<0>(none), IsEmpty());
+}
+
+// Every place of a good answer, taken by every kind of value, and answers with bytes that were
+// spoilt: whatever comes of it is a usable result.
+TEST(GitHubSearchTest, BearsAnythingAnywhere) {
+  const auto check = [](const std::string& body) {
+    CannedTransport transport({{.status = 200, .body = body}});
+    const auto result = GitHubSearch::fetchAll("octo", now, "abc", transport, now);
+    if (const auto* prs = std::get_if<std::vector<GitHubPR>>(&result)) {
+      for (const GitHubPR& pr : *prs) {
+        EXPECT_FALSE(pr.title.empty()) << body;
+        EXPECT_GT(pr.updatedAt, distantPast) << body;
+      }
+    }
+  };
+  testing::internal::CaptureStderr();
+  const json whole = json::parse(answer({sampleNode()}, "c").body);
+  const json values[] = {nullptr, true, -1, 1e300, "", "x", json::array({1}), {{"a", 1}}};
+  const json places = whole.flatten();
+  for (const auto& [place, value] : places.items()) {
+    for (json::json_pointer pointer(place); !pointer.empty(); pointer.pop_back()) {
+      for (const json& other : values) {
+        json changed = whole;
+        changed[pointer] = other;
+        check(changed.dump());
+      }
+    }
+  }
+  std::mt19937 random(1);
+  for (int i = 0; i < 2'000; ++i)
+    check(changedText(whole.dump(), "\"\\{}[],:\xff\n0", random));
+  testing::internal::GetCapturedStderr();
+}
+
+}  // namespace
+}  // namespace tessivane

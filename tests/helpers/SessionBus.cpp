@@ -1,0 +1,285 @@
+#include "helpers/SessionBus.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <stdexcept>
+#include <vector>
+
+#include <gio/gio.h>
+
+namespace tessivane {
+
+namespace {
+
+constexpr const char* busProgram = "/usr/bin/dbus-daemon";
+constexpr const char* keyringProgram = "/usr/bin/gnome-keyring-daemon";
+constexpr const char* addressVariable = "DBUS_SESSION_BUS_ADDRESS";
+constexpr const char* secretService = "org.freedesktop.secrets";
+
+// Everybody may do everything, and nobody is started by being called.
+constexpr const char* busConfiguration = R"(<!DOCTYPE busconfig PUBLIC
+ "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <listen>unix:dir=/tmp</listen>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+</busconfig>
+)";
+
+void require(bool condition, const std::string& what) {
+  if (!condition)
+    throw std::runtime_error("SessionBus: " + what);
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (std::string& text : texts)
+    pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// Starts a program with these two as its standard input and output.
+pid_t start(std::vector<std::string> command,
+            std::vector<std::string> environment,
+            int input,
+            int output) {
+  posix_spawn_file_actions_t actions{};
+  ::posix_spawn_file_actions_init(&actions);
+  ::posix_spawn_file_actions_adddup2(&actions, input, 0);
+  ::posix_spawn_file_actions_adddup2(&actions, output, 1);
+  ::posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  pid_t process = 0;
+  const int failure = ::posix_spawn(&process,
+                                    command.front().c_str(),
+                                    &actions,
+                                    nullptr,
+                                    pointers(command).data(),
+                                    pointers(environment).data());
+  ::posix_spawn_file_actions_destroy(&actions);
+  require(failure == 0, command.front() + " does not start");
+  return process;
+}
+
+void end(pid_t& process) {
+  if (process == 0)
+    return;
+  ::kill(process, SIGKILL);
+  ::waitpid(process, nullptr, 0);
+  process = 0;
+}
+
+GDBusConnection* connect(const std::string& address) {
+  const auto flags =
+      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+  GDBusConnection* const connection =
+      g_dbus_connection_new_for_address_sync(address.c_str(), flags, nullptr, nullptr, nullptr);
+  require(connection != nullptr, "the bus cannot be reached");
+  return connection;
+}
+
+void disconnect(GDBusConnection* connection) {
+  g_dbus_connection_close_sync(connection, nullptr, nullptr);
+  g_object_unref(connection);
+}
+
+// Waits until somebody has the name.
+void awaitName(const std::string& address, const char* name) {
+  GMainContext* const context = g_main_context_new();
+  g_main_context_push_thread_default(context);
+  GDBusConnection* const connection = connect(address);
+  bool appeared = false;
+  const guint watch = g_bus_watch_name_on_connection(
+      connection,
+      name,
+      G_BUS_NAME_WATCHER_FLAGS_NONE,
+      [](GDBusConnection*, const char*, const char*, gpointer data) {
+        *static_cast<bool*>(data) = true;
+      },
+      nullptr,
+      &appeared,
+      nullptr);
+  bool late = false;
+  GSource* const limit = g_timeout_source_new_seconds(30);
+  g_source_set_callback(
+      limit,
+      [](gpointer data) -> gboolean {
+        *static_cast<bool*>(data) = true;
+        return G_SOURCE_REMOVE;
+      },
+      &late,
+      nullptr);
+  g_source_attach(limit, context);
+  while (!appeared && !late)
+    g_main_context_iteration(context, TRUE);
+  g_source_destroy(limit);
+  g_source_unref(limit);
+  g_bus_unwatch_name(watch);
+  disconnect(connection);
+  g_main_context_pop_thread_default(context);
+  g_main_context_unref(context);
+  require(appeared, std::string(name) + " did not appear");
+}
+
+GVariant* callService(const std::string& address, const char* method, GVariant* arguments) {
+  GDBusConnection* const connection = connect(address);
+  GVariant* const answer = g_dbus_connection_call_sync(connection,
+                                                       secretService,
+                                                       "/org/freedesktop/secrets",
+                                                       "org.freedesktop.Secret.Service",
+                                                       method,
+                                                       arguments,
+                                                       nullptr,
+                                                       G_DBUS_CALL_FLAGS_NONE,
+                                                       -1,
+                                                       nullptr,
+                                                       nullptr);
+  disconnect(connection);
+  require(answer != nullptr, std::string(method) + " failed");
+  return answer;
+}
+
+}  // namespace
+
+bool SessionBus::isInstalled() {
+  return ::access(busProgram, X_OK) == 0 && ::access(keyringProgram, X_OK) == 0;
+}
+
+SessionBus::SessionBus() {
+  std::array<int, 2> ends{};
+  require(::pipe2(ends.data(), O_CLOEXEC) == 0, "no pipe");
+  const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  bus_ = start({busProgram,
+                "--nofork",
+                "--print-address",
+                "--config-file=" + home_.write("bus.conf", busConfiguration)},
+               {"HOME=" + home_.path()},
+               nothing,
+               ends[1]);
+  ::close(nothing);
+  ::close(ends[1]);
+  std::array<char, 1024> buffer{};
+  const ssize_t size = ::read(ends[0], buffer.data(), buffer.size());
+  ::close(ends[0]);
+  if (size > 1)
+    address_.assign(buffer.data(), static_cast<std::size_t>(size - 1));
+  // No thread that reads the environment runs now. NOLINTNEXTLINE(concurrency-mt-unsafe)
+  ::setenv(addressVariable, address_.c_str(), 1);
+}
+
+SessionBus::~SessionBus() {
+  stopKeyring();
+  end(bus_);
+  // NOLINTNEXTLINE(concurrency-mt-unsafe)
+  ::unsetenv(addressVariable);
+}
+
+void SessionBus::startKeyring() {
+  std::array<int, 2> ends{};
+  require(::pipe2(ends.data(), O_CLOEXEC) == 0, "no pipe");
+  const int nothing = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+  keyring_ = start({keyringProgram, "--foreground", "--unlock", "--components=secrets"},
+                   {"HOME=" + home_.path(),
+                    "XDG_RUNTIME_DIR=" + home_.makeDirectory("runtime"),
+                    std::string(addressVariable) + "=" + address_},
+                   ends[0],
+                   nothing);
+  ::close(nothing);
+  ::close(ends[0]);
+  const bool written = ::write(ends[1], "pw", 2) == 2;
+  ::close(ends[1]);
+  require(written, "no password");
+  awaitName(address_, secretService);
+}
+
+void SessionBus::stopKeyring() {
+  end(keyring_);
+}
+
+void SessionBus::lockKeyring() const {
+  const char* const keyrings[] = {"/org/freedesktop/secrets/collection/login", nullptr};
+  g_variant_unref(callService(address_, "Lock", g_variant_new("(^ao)", keyrings)));
+}
+
+std::size_t SessionBus::secretCount(const std::string& service) const {
+  GVariantBuilder attributes;
+  g_variant_builder_init(&attributes, G_VARIANT_TYPE("a{ss}"));
+  g_variant_builder_add(&attributes, "{ss}", "service", service.c_str());
+  GVariant* const answer =
+      callService(address_, "SearchItems", g_variant_new("(a{ss})", &attributes));
+  std::size_t count = 0;
+  // Those in keyrings that are open, then the others.
+  for (const gsize part : {gsize{0}, gsize{1}}) {
+    GVariant* const paths = g_variant_get_child_value(answer, part);
+    count += g_variant_n_children(paths);
+    g_variant_unref(paths);
+  }
+  g_variant_unref(answer);
+  return count;
+}
+
+struct SessionBus::Mute::State {
+  GDBusConnection* connection = nullptr;
+  bool leaves = false;
+  std::atomic<bool> called = false;
+};
+
+SessionBus::Mute::Mute(const SessionBus& bus, const std::string& name, bool leaves)
+    : state_(std::make_shared<State>()) {
+  state_->connection = connect(bus.address_);
+  state_->leaves = leaves;
+  GVariant* const answer =
+      g_dbus_connection_call_sync(state_->connection,
+                                  "org.freedesktop.DBus",
+                                  "/org/freedesktop/DBus",
+                                  "org.freedesktop.DBus",
+                                  "RequestName",
+                                  g_variant_new("(su)", name.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE),
+                                  nullptr,
+                                  G_DBUS_CALL_FLAGS_NONE,
+                                  -1,
+                                  nullptr,
+                                  nullptr);
+  require(answer != nullptr, "no name for the mute");
+  g_variant_unref(answer);
+  // On GIO's own thread, which may come a last time when the filter has been taken away.
+  g_dbus_connection_add_filter(
+      state_->connection,
+      [](GDBusConnection* connection, GDBusMessage* message, gboolean incoming, gpointer data) {
+        if (incoming == FALSE ||
+            g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL)
+          return message;
+        State& state = **static_cast<std::shared_ptr<State>*>(data);
+        state.called = true;
+        if (state.leaves)
+          g_dbus_connection_close(connection, nullptr, nullptr, nullptr);
+        g_object_unref(message);
+        return static_cast<GDBusMessage*>(nullptr);
+      },
+      new std::shared_ptr<State>(state_),
+      [](gpointer data) { delete static_cast<std::shared_ptr<State>*>(data); });
+}
+
+SessionBus::Mute::~Mute() {
+  disconnect(state_->connection);
+}
+
+bool SessionBus::Mute::wasCalled() const {
+  return state_->called;
+}
+
+}  // namespace tessivane

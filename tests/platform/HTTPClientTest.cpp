@@ -1,0 +1,273 @@
+// Against a server on the loopback interface.
+
+#include "platform/linux/HTTPClient.h"
+
+#include <array>
+#include <chrono>
+#include <limits>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "helpers/Event.h"
+#include "helpers/LoopbackServer.h"
+
+namespace tessivane {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::Contains;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Answer = LoopbackServer::Answer;
+using Kind = LoopbackServer::Kind;
+
+// What would take this long was ended by nothing but its deadline.
+constexpr Seconds longWait = 60s;
+
+std::optional<HTTPResponse> get(const std::string& url, Seconds timeout = longWait) {
+  return HTTPClient::send({.url = url, .timeout = timeout}, {});
+}
+
+class Stopwatch {
+ public:
+  Seconds elapsed() const { return std::chrono::steady_clock::now() - begin_; }
+
+ private:
+  std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+};
+
+TEST(HTTPClientTest, SendsWhatItIsGivenAndNothingOfItsOwnInvention) {
+  const LoopbackServer server;
+  const std::string body("{\"q\": \"\0\xff\"}", 11);
+  ASSERT_TRUE(HTTPClient::send({.method = "POST",
+                                .url = server.url("/graphql?a=b"),
+                                .headers = {{.name = "Authorization", .value = "bearer abc"},
+                                            {.name = "User-Agent", .value = "Tester"},
+                                            {.name = "X-Empty", .value = ""}},
+                                .body = body},
+                               {}));
+  ASSERT_TRUE(get(server.url("/plain")));
+  const std::vector<HTTPRequest> requests = server.requests();
+  ASSERT_THAT(requests, SizeIs(2));
+  EXPECT_EQ(requests[0].method, "POST");
+  EXPECT_EQ(requests[0].url, "/graphql?a=b");
+  EXPECT_EQ(requests[0].body, body);
+  EXPECT_THAT(requests[0].headers, Contains(HTTPHeader{"Authorization", "bearer abc"}));
+  EXPECT_THAT(requests[0].headers, Contains(HTTPHeader{"User-Agent", "Tester"}));
+  EXPECT_THAT(requests[0].headers, Contains(HTTPHeader{"X-Empty", ""}));
+  EXPECT_EQ(requests[1].method, "GET");
+  EXPECT_EQ(requests[1].body, std::nullopt);
+  for (const HTTPHeader& header : requests[1].headers)
+    EXPECT_THAT((std::array{"Host", "Accept"}), Contains(header.name));
+}
+
+TEST(HTTPClientTest, GivesEveryResponseAsItIs) {
+  const Answer answers[] = {
+      {.body = "<html>not what was asked for</html>"},
+      {.body = std::string("\xff\xfe\0\x80", 4)},
+      {.status = 204},
+      {.status = 301, .headers = {{"Location", "/elsewhere"}}},
+      {.status = 401, .body = "{}"},
+      {.status = 403, .headers = {{"Retry-After", "30"}, {"X-RateLimit-Remaining", "0"}}},
+      {.status = 429},
+      {.status = 500},
+      {.status = 503, .body = "busy"},
+      {.body = std::string(HTTPClient::maxBody, ' ')},
+      {.headers = {{"X-Long", std::string(60'000, 'x')}}},
+  };
+  for (const Answer& answer : answers) {
+    SCOPED_TRACE(std::to_string(answer.status) + " " + answer.body.substr(0, 20));
+    const LoopbackServer server([&](const HTTPRequest&) { return answer; });
+    const auto response = get(server.url());
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->status, answer.status);
+    EXPECT_TRUE(response->body == answer.body);
+    for (const HTTPHeader& header : answer.headers)
+      EXPECT_EQ(response->header(header.name), header.value);
+    EXPECT_EQ(server.connections(), 1U);
+  }
+}
+
+TEST(HTTPClientTest, TellsTheFinalResponseFromWhatComesBeforeIt) {
+  const LoopbackServer server([](const HTTPRequest&) {
+    return Answer{.raw =
+                      "HTTP/1.1 103 Early Hints\r\nX-Early: yes\r\n\r\n"
+                      "HTTP/1.1 200 OK\r\nX-Late: yes\r\nx-late:  twice \r\n\r\nbody"};
+  });
+  const auto response = get(server.url());
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->status, 200);
+  EXPECT_EQ(response->header("x-early"), std::nullopt);
+  EXPECT_EQ(response->header("X-LATE"), "twice");
+  EXPECT_EQ(response->body, "body");
+}
+
+TEST(HTTPClientTest, FollowsNoRedirect) {
+  const LoopbackServer other;
+  for (const int status : {301, 302, 303, 307, 308}) {
+    SCOPED_TRACE(status);
+    const LoopbackServer server([&](const HTTPRequest&) {
+      return Answer{.status = status, .headers = {{"Location", other.url("/taken")}}};
+    });
+    const auto response = HTTPClient::send(
+        {.url = server.url(), .headers = {{.name = "Authorization", .value = "bearer abc"}}}, {});
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->status, status);
+    EXPECT_EQ(response->header("location"), other.url("/taken"));
+  }
+  EXPECT_EQ(other.connections(), 0U);
+}
+
+TEST(HTTPClientTest, GivesNothingForAResponseThatIsNoneOrTooLong) {
+  constexpr std::size_t megabyte = 1 << 20;
+  const std::pair<const char*, Answer> cases[] = {
+      {"cut at once", {.cutAfter = 0}},
+      {"cut within the head", {.cutAfter = 20}},
+      {"cut within the body", {.body = std::string(1'000, 'x'), .cutAfter = 500}},
+      {"no HTTP", {.raw = "220 mail.example.com ready\r\n\r\n"}},
+      {"too long, and says so", {.body = std::string(40 * megabyte, ' ')}},
+      {"one byte too long, and does not say so",
+       {.raw = "HTTP/1.1 200 OK\r\n\r\n" + std::string(HTTPClient::maxBody + 1, ' ')}},
+      {"one long header", {.headers = {{"X-Long", std::string(megabyte, 'x')}}}},
+      {"many headers", {.headers = std::vector(14'000, HTTPHeader{"X-Many", "0123456789"})}},
+  };
+  for (const auto& [name, answer] : cases) {
+    SCOPED_TRACE(name);
+    const LoopbackServer server([&item = answer](const HTTPRequest&) { return item; });
+    EXPECT_FALSE(get(server.url()));
+    EXPECT_EQ(server.connections(), 1U);
+  }
+}
+
+TEST(HTTPClientTest, GivesNothingWhereNobodyAnswers) {
+  const LoopbackServer closed({}, Kind::closed);
+  for (const std::string& url : {closed.url(),
+                                 std::string("file:///etc/passwd"),
+                                 std::string("ftp://127.0.0.1/"),
+                                 std::string("http://"),
+                                 std::string(),
+                                 std::string("http://127.0.0.1:99999/")})
+    EXPECT_FALSE(get(url)) << url;
+}
+
+TEST(HTTPClientTest, TrustsNoServerThatVouchesForItself) {
+  const LoopbackServer server({}, Kind::https);
+  EXPECT_FALSE(HTTPClient::send(
+      {.url = server.url(), .headers = {{.name = "Authorization", .value = "bearer abc"}}}, {}));
+  // The server hears of it a moment later.
+  const Stopwatch watch;
+  while (server.distrusts() == 0 && watch.elapsed() < longWait)
+    std::this_thread::yield();
+  EXPECT_EQ(server.distrusts(), 1U);
+  EXPECT_THAT(server.requests(), IsEmpty());
+}
+
+TEST(HTTPClientTest, LetsNoHeaderBecomeTwo) {
+  const LoopbackServer server;
+  for (const std::string& text : {std::string("a\r\nX-Own: b"),
+                                  std::string("a\nb"),
+                                  std::string("a\rb"),
+                                  std::string(1, 0)}) {
+    EXPECT_FALSE(HTTPClient::send({.url = server.url(), .headers = {{"X-Name", text}}}, {}));
+    EXPECT_FALSE(HTTPClient::send({.url = server.url(), .headers = {{text, "value"}}}, {}));
+  }
+  EXPECT_EQ(server.connections(), 0U);
+}
+
+TEST(HTTPClientTest, EndsByTheDeadlineWhateverStillTricklesIn) {
+  const std::pair<const char*, Answer> cases[] = {
+      {"silence", {.silent = true}},
+      {"a byte now and then in the body", {.body = std::string(100'000, 'x'), .drip = 1ms}},
+      {"a byte now and then in the head",
+       {.raw = "HTTP/1.1 200 OK\r\nX-Long: " + std::string(100'000, 'x'), .drip = 1ms}},
+  };
+  for (const auto& [name, answer] : cases) {
+    SCOPED_TRACE(name);
+    const LoopbackServer server([&item = answer](const HTTPRequest&) { return item; });
+    const Stopwatch watch;
+    EXPECT_FALSE(get(server.url(), 100ms));
+    EXPECT_GE(watch.elapsed(), 100ms);
+    EXPECT_LT(watch.elapsed(), longWait / 4);
+  }
+  for (const double none : {0.0, -1.0, std::numeric_limits<double>::quiet_NaN()}) {
+    const LoopbackServer server([](const HTTPRequest&) { return Answer{.silent = true}; });
+    EXPECT_FALSE(get(server.url(), Seconds(none))) << none;
+  }
+}
+
+TEST(HTTPClientTest, StopsAtOnceWhereverItWaits) {
+  struct Case {
+    const char* name;
+    const char* scheme;
+    Answer answer;
+    bool isAsked;  ///< whether the server ever gets the request
+    std::chrono::milliseconds later;
+  };
+  const Case cases[] = {
+      {"no answer", "http", {.silent = true}, true, 0ms},
+      // Until then libcurl looks up now and then of itself.
+      {"no answer for long", "http", {.silent = true}, true, 300ms},
+      {"a slow answer", "http", {.body = std::string(100'000, 'x'), .drip = 1ms}, true, 10ms},
+      // The server takes the client's greeting for a request that has not yet come to its end.
+      {"an unanswered handshake", "https", {}, false, 10ms},
+  };
+  for (const Case& item : cases) {
+    SCOPED_TRACE(item.name);
+    const LoopbackServer server([&](const HTTPRequest&) { return item.answer; });
+    std::stop_source source;
+    std::thread stopper([&] {
+      while (item.isAsked ? server.requests().empty() : server.connections() == 0)
+        std::this_thread::yield();
+      std::this_thread::sleep_for(item.later);
+      source.request_stop();
+    });
+    const Stopwatch watch;
+    EXPECT_FALSE(
+        HTTPClient::send({.url = item.scheme + server.url().substr(4)}, source.get_token()));
+    EXPECT_LT(watch.elapsed(), longWait / 4);
+    stopper.join();
+  }
+}
+
+TEST(HTTPClientTest, DoesNotBeginOnceStopped) {
+  const LoopbackServer server;
+  std::stop_source source;
+  source.request_stop();
+  EXPECT_FALSE(HTTPClient::send({.url = server.url()}, source.get_token()));
+  EXPECT_EQ(server.connections(), 0U);
+}
+
+TEST(HTTPClientTest, ServesSeveralThreadsAtOnce) {
+  const LoopbackServer server(
+      [](const HTTPRequest& request) { return Answer{.body = request.url}; });
+  std::array<std::thread, 4> threads;
+  std::array<int, 4> good{};
+  for (std::size_t i = 0; i < threads.size(); ++i) {
+    threads[i] = std::thread([&, i] {
+      for (int j = 0; j < 20; ++j) {
+        const std::string path = "/" + std::to_string(i) + "/" + std::to_string(j);
+        const auto response = get(server.url(path));
+        good[i] += response && response->body == path ? 1 : 0;
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_THAT(good, testing::Each(20));
+}
+
+TEST(HTTPRequestTest, LeavesNothingSecretBehind) {
+  HTTPRequest request{.headers = {{.name = "Authorization", .value = "bearer abc"}},
+                      .body = "client_secret=abc"};
+  wipe(request);
+  EXPECT_EQ(request.headers[0].value, std::string(10, '\0'));
+  EXPECT_EQ(request.body, std::string(17, '\0'));
+}
+
+}  // namespace
+}  // namespace tessivane
