@@ -22,8 +22,8 @@ struct BackendPass {
   BackendOutbox& outbox;
   const std::atomic<int>& stops;  ///< above zero when the pass is to end at the next good place
   const std::string& home;
-  BackendGitScan::Pass kind;
-  Date now;
+  BackendGitScan::Pass kind = BackendGitScan::Pass::startUp;
+  Date now = distantPast;
 
   bool isStopped() const { return stops > 0; }
   /// What a piece of the pass compares, as its cursor may move only if nothing failed meanwhile.
