@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -81,6 +82,7 @@ class ActivityRun : public testing::Test {
                   return files_.events();
                 },
             .defaults = &defaults_,
+            .github = gitHub_,
             .clock =
                 [this] {
                   if (stopAfter_ > 0 && --stopAfter_ == 0)
@@ -193,6 +195,7 @@ class ActivityRun : public testing::Test {
   ScriptedFileEvents files_;
   std::string dbPath_ = home_.path("data/activity.sqlite");
   bool watch_ = true;
+  std::optional<GitHubPRSource::Environment> gitHub_;
   std::vector<AgentSession> sessions_;
   std::vector<Batch> batches_;
   int sourceChanges_ = 0;
