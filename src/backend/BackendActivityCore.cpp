@@ -1,7 +1,6 @@
 #include "backend/BackendActivityCore.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include <fmt/format.h>
@@ -75,7 +74,8 @@ void BackendActivityCore::updateGitHub() {
   gitHub_->start();
 }
 
-// The source may outlive this object for the length of one of its tasks.
+// The source may outlive this object for the length of one of its tasks. A poll's cursor is stored
+// with what it brought; until then each poll asks for the same again, so the latest is enough.
 GitHubPRSource::Owner BackendActivityCore::gitHubOwner() {
   return {.clock = config_.clock,
           .loadCursor = [weak = weak_from_this()]() -> std::optional<std::string> {
@@ -85,16 +85,18 @@ GitHubPRSource::Owner BackendActivityCore::gitHubOwner() {
           .saveCursor =
               [weak = weak_from_this()](const std::string& cursor) {
                 const auto self = weak.lock();
-                if (self && self->store_)
-                  self->store_->setValue(gitHubCursorKey, cursor);
+                if (self)
+                  self->gitHubCursor_ = cursor;
               },
           .deliver =
               [weak = weak_from_this()](const std::vector<GitHubPR>& prs, bool catchUp) {
                 const auto self = weak.lock();
                 if (!self || prs.empty())
                   return;
-                self->due_.polled.push_back({.prs = prs, .catchUp = catchUp});
-                self->runPass(Pass::live);
+                self->due_.polled = {.prs = prs,
+                                     .catchUp = catchUp,
+                                     .cursor = std::exchange(self->gitHubCursor_, std::nullopt)};
+                self->runPass();
               }};
 }
 
@@ -134,9 +136,9 @@ void BackendActivityCore::begin() {
   deliverHistory(now);
   makeFollower();
   throttle_.lastPublish = now;
-  isBackfilled_ = hasSessions_;
+  isBackfilled_ = false;
   reconcile(Extent::everything);
-  runPass(Pass::startUp);
+  runPass();
   if (config_.defaults != nullptr)
     GitHubSettings::migrate(*config_.defaults);
   updateGitHub();
@@ -206,12 +208,12 @@ void BackendActivityCore::sessionsDidRefresh(const Sessions& sessions, const Eve
   if (!running_)
     return;
   reconcile(Extent::changes);
-  runPass(std::exchange(isBackfilled_, true) ? Pass::live : Pass::startUp);
+  runPass();
 }
 
 void BackendActivityCore::record(const Events& events) {
   keep(events);
-  runPass(Pass::live);
+  runPass();
 }
 
 void BackendActivityCore::keep(const Events& events) {
@@ -245,7 +247,7 @@ void BackendActivityCore::addAllDue() {
 }
 
 std::set<std::string> BackendActivityCore::knownGitDirs() {
-  auto dirs = repositories_.dirsOf(store_->localRoots());
+  auto dirs = repositories_.dirsOf(store_ ? store_->localRoots() : std::vector<std::string>());
   dirs.merge(repositories_.dirsOf(config_.savedProjects()));
   return dirs;
 }
@@ -266,7 +268,7 @@ void BackendActivityCore::handle(const std::vector<std::string>& changed, bool r
   }
   if (sourcesChanged)
     config_.onSourcesChanged();
-  runPass(Pass::live);
+  runPass();
 }
 
 // The database and its companions.
@@ -280,8 +282,9 @@ bool BackendActivityCore::isSource(const std::string& path) const {
   return isDatabase || path.starts_with(config_.claudeDir) || path.starts_with(config_.codexDir);
 }
 
-void BackendActivityCore::runPass(Pass kind) {
-  if (!running_ || retry_)
+// Nothing is scanned before it is known which sessions there are, as what happened belongs to them.
+void BackendActivityCore::runPass() {
+  if (!running_ || retry_ || !hasSessions_)
     return;
   if (!openStore()) {
     retryLater();
@@ -296,7 +299,7 @@ void BackendActivityCore::runPass(Pass kind) {
                          .outbox = outbox_,
                          .stops = stops_,
                          .home = config_.home,
-                         .kind = kind,
+                         .kind = isBackfilled_ ? Pass::live : Pass::startUp,
                          .now = config_.clock()};
   storeRecorded(pass);
   scanDue(due, pass);
@@ -326,8 +329,8 @@ void BackendActivityCore::scanDue(const Due& due, const BackendPass& pass) {
   }
   if (due.t3 && t3Scan_ && !pass.isStopped())
     scanT3(pass);
-  for (const Polled& polled : due.polled)
-    ingestGitHub(polled, pass);
+  if (due.polled && !pass.isStopped())
+    ingestGitHub(*due.polled, pass);
 }
 
 // What a first poll brings happened before, however fresh it is.
@@ -336,7 +339,10 @@ void BackendActivityCore::ingestGitHub(const Polled& polled, const BackendPass& 
   own.kind = polled.catchUp ? Pass::startUp : Pass::live;
   auto dirs = repositories_.dirs();
   dirs.merge(knownGitDirs());
+  const auto failures = pass.failures();
   gitHubIngest_.store(polled.prs, sessions_, dirs, own);
+  if (polled.cursor && pass.failures() == failures && !pass.isStopped())
+    store_->setValue(gitHubCursorKey, *polled.cursor);
 }
 
 // However often T3's database changes, it is read once in its interval.
@@ -348,7 +354,7 @@ void BackendActivityCore::scanT3(const BackendPass& pass) {
     t3Timer_ = queue_.after(wait, ifAlive([](BackendActivityCore& core) {
                               core.t3Timer_.cancel();
                               core.due_.t3 = true;
-                              core.runPass(Pass::live);
+                              core.runPass();
                             }));
   }
 }
@@ -358,6 +364,7 @@ void BackendActivityCore::passEnded(Due due, std::size_t recorded, bool stored) 
   if (t3Scan_)
     t3Scan_->settle(stored);
   if (stored) {
+    isBackfilled_ = true;
     recorded_.erase(recorded_.begin(), recorded_.begin() + static_cast<std::ptrdiff_t>(recorded));
     retryDelay_ = Seconds(0);
     if (!historyIsWhole_)
@@ -367,9 +374,7 @@ void BackendActivityCore::passEnded(Due due, std::size_t recorded, bool stored) 
   due_.transcripts.merge(due.transcripts);
   due_.gitDirs.merge(due.gitDirs);
   due_.t3 = due_.t3 || due.t3;
-  due_.polled.insert(due_.polled.begin(),
-                     std::make_move_iterator(due.polled.begin()),
-                     std::make_move_iterator(due.polled.end()));
+  due_.polled = std::move(due.polled);
   retryLater();
 }
 
@@ -378,7 +383,7 @@ void BackendActivityCore::retryLater() {
   retry_ = queue_.after(retryDelay_, ifAlive([](BackendActivityCore& core) {
                           core.retry_.cancel();
                           if (core.running_)
-                            core.runPass(Pass::live);
+                            core.runPass();
                           else
                             core.begin();
                         }));
@@ -396,7 +401,7 @@ void BackendActivityCore::scheduleFlush() {
 void BackendActivityCore::flush() {
   const Date now = config_.clock();
   lastPrune_ = std::min(lastPrune_, now);
-  if (now - lastPrune_ > pruneInterval) {
+  if (store_ && now - lastPrune_ > pruneInterval) {
     const BackendTransaction transaction(*store_);
     store_->prune(now);
     lastPrune_ = now;

@@ -61,15 +61,16 @@ class BackendActivityCore final : public std::enable_shared_from_this<BackendAct
   struct Polled {
     std::vector<GitHubPR> prs = {};
     bool catchUp = false;
+    std::optional<std::string> cursor = {};  // from which the next one asks once this is stored
   };
   /// What the next pass scans and stores.
   struct Due {
     std::set<std::string> transcripts = {};
     std::set<std::string> gitDirs = {};
     bool t3 = false;
-    std::vector<Polled> polled = {};
+    std::optional<Polled> polled = {};
 
-    bool isEmpty() const { return transcripts.empty() && gitDirs.empty() && !t3 && polled.empty(); }
+    bool isEmpty() const { return transcripts.empty() && gitDirs.empty() && !t3 && !polled; }
   };
   enum class Extent { changes, everything };
 
@@ -86,7 +87,7 @@ class BackendActivityCore final : public std::enable_shared_from_this<BackendAct
   bool isSource(const std::string& path) const;
 
   void keep(const Events& events);
-  void runPass(BackendGitScan::Pass kind);
+  void runPass();
   void scanDue(const Due& due, const BackendPass& pass);
   void scanT3(const BackendPass& pass);
   void storeRecorded(const BackendPass& pass);
@@ -114,7 +115,7 @@ class BackendActivityCore final : public std::enable_shared_from_this<BackendAct
   BatchHandler onBatch_;  // set from start to stop, also while the store cannot be opened
   bool historyIsWhole_ = false;
   bool hasSessions_ = false;   // a first list has come
-  bool isBackfilled_ = false;  // and was scanned since the start
+  bool isBackfilled_ = false;  // a pass was stored since the start
 
   // What is found.
   std::unique_ptr<BackendEventStore> store_;
@@ -136,8 +137,9 @@ class BackendActivityCore final : public std::enable_shared_from_this<BackendAct
   std::optional<BackendT3Scan> t3Scan_;
   std::shared_ptr<BackendFollower> follower_;  // from start to stop
   BackendGitHubIngest gitHubIngest_;
-  std::shared_ptr<GitHubPRSource> gitHub_;  // while GitHub is asked
-  std::shared_ptr<void> signIn_;            // while it is, what tells of another sign-in
+  std::shared_ptr<GitHubPRSource> gitHub_;   // while GitHub is asked
+  std::shared_ptr<void> signIn_;             // while it is, what tells of another sign-in
+  std::optional<std::string> gitHubCursor_;  // of the poll that is about to be delivered
 
   Due due_;
   Seconds retryDelay_{0};

@@ -184,6 +184,8 @@ TEST_F(BackendActivityFaultTest, WaitsUntilItsFileCanBeMadeAgain) {
   work();
   refresh();
   tell();
+  files_.rescan();
+  queue_.advance(2h);
   fs::remove(home_.path("data"));
   fs::rename(home_.path("aside"), home_.path("data"));
   queue_.advance(61s);

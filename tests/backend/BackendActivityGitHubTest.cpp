@@ -1,155 +1,184 @@
-// The activity store with GitHub beside it: pull requests that both GitHub and a transcript tell.
+// Pull requests from GitHub in the activity store: where they are filed, what becomes of those that
+// a transcript has told of, and from where the next poll asks.
+
+#include <chrono>
 
 #include <gmock/gmock.h>
 
 #include "ActivityRun.h"
 #include "helpers/DatabaseOwner.h"
 #include "helpers/GitRepository.h"
+#include "helpers/ScriptedGitHub.h"
 
 namespace tessivane {
 namespace {
 
+using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::SizeIs;
-
-// Answers every search with the same pull requests.
-class SameAnswer final : public GitHubTransport {
- public:
-  std::optional<HTTPResponse> send(const HTTPRequest&, const std::stop_token&) override {
-    ++asked;
-    return HTTPResponse{
-        .status = 200,
-        .body = json{{"data", {{"search", {{"nodes", nodes}}}}}}.dump(),
-    };
-  }
-  json nodes = json::array();
-  int asked = 0;
-};
-
-class SignedIn final : public GitHubTokenStore {
- public:
-  std::optional<GitHubSignIn> load() override {
-    return GitHubSignIn{.login = "me", .token = "secret"};
-  }
-  bool save(const GitHubSignIn&) override { return true; }
-  void remove() override {}
-};
 
 class BackendActivityGitHubTest : public ActivityRun {
  protected:
   BackendActivityGitHubTest() {
-    auth_ = std::make_shared<GitHubAuth>(
-        std::make_shared<SignedIn>(),
-        [](const std::stop_token&) { return std::optional<std::string>(); },
-        clock_.clock());
-    gitHub_ = {.transport = gitHubAnswers_, .auth = auth_, .worker = &queue_};
-    repository_.git({"remote", "add", "origin", "git@github.com:Me/Shed.git"});
-    repository_.commit("Begin");
-    clock_.set(repository_.now());
+    gitHub_ =
+        GitHubPRSource::Environment{.transport = transport_, .auth = auth_, .worker = &worker_};
+    defaults_.set("activity.github", true);
   }
 
-  json pull(int number, const std::string& repo = "Me/Shed") const {
+  json pullRequest(int number, const std::string& title, Seconds age = 60s) const {
+    const std::string date = isoText(shifted(clock_.now(), -age));
     return {{"number", number},
-            {"title", "On GitHub"},
-            {"createdAt", isoText(clock_.now())},
-            {"updatedAt", isoText(clock_.now())},
-            {"headRefName", "main"},
-            {"repository", {{"nameWithOwner", repo}}}};
+            {"title", title},
+            {"createdAt", date},
+            {"updatedAt", date},
+            {"headRefName", "door"},
+            {"repository", {{"nameWithOwner", "Me/Shed"}}}};
   }
-  /// Until the next poll has come and what it told is published.
-  void pollNext() { queue_.advance(Seconds(62)); }
-
-  std::vector<std::string> pullRequests() const {
-    std::vector<std::string> told;
-    for (const ActivityEvent& event : stored().events) {
-      if (event.kind == ActivityKind::prOpened)
-        told.push_back(*event.ref + " " + event.projectName + " " + event.title);
+  /// The next poll, with these on its page, and the batches that follow.
+  void poll(const std::vector<json>& nodes) {
+    transport_->answers.push_back(searchPage(nodes));
+    queue_.advance(60s);
+    worker_.runPending();
+    queue_.advance(2s);
+  }
+  /// "{kind} {project} {session} {title}" of each event.
+  static std::vector<std::string> lines(const std::vector<ActivityEvent>& events) {
+    std::vector<std::string> all;
+    for (const ActivityEvent& event : events) {
+      all.push_back(std::string(rawValue(event.kind)) + " " + event.projectName + " " +
+                    event.sessionID.value_or("-") + " " + event.title);
     }
-    return told;
+    return all;
+  }
+  std::vector<std::string> told() {
+    auto all = lines(events());
+    batches_.clear();
+    return all;
+  }
+  std::string lastSearch() const {
+    return transport_->requests.back().at("variables").at("q").get<std::string>();
   }
 
-  GitRepository repository_{home_, "work/shed"};
-  std::shared_ptr<SameAnswer> gitHubAnswers_ = std::make_shared<SameAnswer>();
-  std::shared_ptr<GitHubAuth> auth_;
+  ManualQueue worker_{clock_};
+  std::shared_ptr<ScriptedTransport> transport_ = std::make_shared<ScriptedTransport>();
+  std::shared_ptr<MemoryTokenStore> tokens_ = std::make_shared<MemoryTokenStore>();
+  std::shared_ptr<GitHubAuth> auth_ = std::make_shared<GitHubAuth>(
+      tokens_, [](const std::stop_token&) { return std::nullopt; }, clock_.clock());
 };
 
-TEST_F(BackendActivityGitHubTest, IsAskedOnlyWhileThePersonWantsIt) {
-  startWithSessions();
-  pollNext();
-  EXPECT_EQ(gitHubAnswers_->asked, 0);
+TEST_F(BackendActivityGitHubTest, FilesPullRequestsWhereTheyBelong) {
+  GitRepository shed(home_, "work/shed");
+  shed.commit("Begin");
+  shed.git({"remote", "add", "fork", "git@github.com:Me/Shed.git"});
+  clock_.set(shed.now());
+  start();
+  refresh();
+  poll({pullRequest(1, "First")});
+  EXPECT_EQ(events().at(0).firstSeen, distantPast) << "what a first poll tells is no news";
+  EXPECT_EQ(events().at(0).projectRoot, "github:me/shed");
+  EXPECT_THAT(told(), ElementsAre("prOpened shed - First"));
 
-  defaults_.set("activity.github", true);
-  store().settingsDidChange();
-  queue_.runPending();
-  EXPECT_EQ(gitHubAnswers_->asked, 1);
-  pollNext();
-  EXPECT_EQ(gitHubAnswers_->asked, 2);
-  auth_->remember("she", "another token");
-  queue_.runPending();
-  EXPECT_EQ(gitHubAnswers_->asked, 3) << "at once after another sign-in";
-
-  defaults_.set("activity.github", false);
-  store().settingsDidChange();
-  pollNext();
-  EXPECT_EQ(gitHubAnswers_->asked, 3);
-
-  defaults_.set("activity.github", true);
-  store().settingsDidChange();
-  quit();
-  auth_->remember("me", "another token");
-  pollNext();
-  EXPECT_EQ(gitHubAnswers_->asked, 3) << "not after the end";
+  // From now on there is a clone, and a session on the branch.
+  addSession("a");
+  home_.write(relative("a"), claude::message("user", "Go").dump() + "\n", clock_.now());
+  json line = claude::message("user", "Go");
+  line["gitBranch"] = "door";
+  say("a", {line});
+  refresh();
+  told();
+  json merged = pullRequest(2, "Second", 0s);
+  merged["mergedAt"] = isoText(clock_.now());
+  poll({pullRequest(1, "First", 182s), merged, pullRequest(3, "Old", 49h)});
+  EXPECT_EQ(events().at(1).firstSeen, events().at(1).date + 60s);
+  EXPECT_THAT(told(),
+              ElementsAre("prOpened shed - First",
+                          "prOpened shed claude:a Second",
+                          "prMerged shed claude:a Second"));
+  EXPECT_EQ(stored().events.back().projectRoot, home_.path("work/shed"));
+  poll({pullRequest(1, "First", 244s)});
+  EXPECT_THAT(told(), IsEmpty());
 }
 
-TEST_F(BackendActivityGitHubTest, TellsAPullRequestOnceWhoeverIsFirst) {
-  gitHubAnswers_->nodes = {pull(7), pull(9, "else/where")};
+TEST_F(BackendActivityGitHubTest, ImprovesWhatATranscriptTold) {
   addSession("a");
   home_.write(relative("a"), "", clock_.now());
-  startWithSessions();
-  defaults_.set("activity.github", true);
-  store().settingsDidChange();
-  queue_.advance(Seconds(1));
-  batches_.clear();
-  EXPECT_THAT(pullRequests(), ElementsAre("7 shed On GitHub", "9 where On GitHub"));
-  for (const ActivityEvent& event : stored().events) {
-    if (event.kind == ActivityKind::prOpened) {
-      EXPECT_EQ(event.firstSeen, distantPast) << "a first poll is no news";
-    }
-  }
-
-  // The transcript tells of one that GitHub told, and of one that GitHub tells next.
+  start();
+  refresh();
+  poll({});
   openPullRequest("a", 7);
+  refresh();
+  queue_.runPending();
+  queue_.advance(2s);
+  EXPECT_THAT(told(), ElementsAre("prOpened shed claude:a Add a door"));
+  // Told by both within one batch, it is handed over once.
+  queue_.advance(60s);
+  openPullRequest("a", 9);
+  files_.change(home_.path(relative("a")));
+  queue_.runPending();
+  EXPECT_EQ(told().size(), 1U);
   openPullRequest("a", 8);
   files_.change(home_.path(relative("a")));
-  queue_.advance(Seconds(2));
-  ASSERT_THAT(events(), SizeIs(1));
-  EXPECT_EQ(events()[0].title, "Add a door");
-  EXPECT_EQ(events()[0].firstSeen, clock_.now() - std::chrono::seconds(2));
-  gitHubAnswers_->nodes.push_back(pull(8));
-  batches_.clear();
-  pollNext();
-  ASSERT_THAT(events(), SizeIs(1)) << "corrected in place";
-  EXPECT_EQ(events()[0].title, "On GitHub");
-  EXPECT_THAT(pullRequests(), SizeIs(3));
-
-  batches_.clear();
-  pollNext();
-  EXPECT_THAT(batches_, IsEmpty()) << "nothing new";
+  queue_.runPending();
+  transport_->answers.push_back(
+      searchPage({pullRequest(7, "A red door"), pullRequest(8, "A blue door")}));
+  worker_.runPending();
+  queue_.advance(2s);
+  EXPECT_THAT(
+      told(),
+      ElementsAre("prOpened shed claude:a A red door", "prOpened shed claude:a A blue door"));
+  EXPECT_EQ(stored().events.size(), 3U);
 }
 
-TEST_F(BackendActivityGitHubTest, MakesGoodWhatALockPrevented) {
+TEST_F(BackendActivityGitHubTest, AsksAgainForWhatCouldNotBeStored) {
+  home_.makeDirectory("data");
+  const DatabaseOwner other(dbPath_);
+  start();
+  refresh();
+  poll({pullRequest(1, "First")});
+  const std::string search = [this] {
+    poll({});
+    return lastSearch();
+  }();
+  other.run("begin immediate; create table theirs(x)");
+  poll({pullRequest(2, "Second")});
+  poll({pullRequest(2, "Second")});
+  EXPECT_EQ(lastSearch(), search);
+  other.run("commit");
+  told();
+  queue_.advance(61s);
+  EXPECT_THAT(told(), ElementsAre("prOpened shed - Second"));
+  poll({});
+  poll({});
+  EXPECT_NE(lastSearch(), search);
+}
+
+TEST_F(BackendActivityGitHubTest, AsksWhileItIsWantedAndWhenTheSignInChanges) {
+  defaults_.remove("activity.github");
+  start();
+  refresh();
+  poll({});
+  EXPECT_EQ(transport_->requests.size(), 0U);
   defaults_.set("activity.github", true);
-  startWithSessions();
-  gitHubAnswers_->nodes = {pull(7)};
-  {
-    const DatabaseOwner other(dbPath_);
-    other.run("begin immediate");
-    pollNext();
-    gitHubAnswers_->nodes = json::array();
-  }
-  queue_.advance(Seconds(70));
-  EXPECT_THAT(pullRequests(), ElementsAre("7 shed On GitHub"));
+  store().settingsDidChange();
+  queue_.runPending();
+  worker_.runPending();
+  queue_.runPending();
+  EXPECT_EQ(transport_->requests.size(), 1U);
+  auth_->signIn("you", "other");
+  queue_.runPending();
+  worker_.runPending();
+  EXPECT_EQ(transport_->requests.size(), 2U);
+  store().settingsDidChange();  // of another setting
+  queue_.runPending();
+  worker_.runPending();
+  EXPECT_EQ(transport_->requests.size(), 2U);
+  defaults_.set("activity.github", false);
+  store().settingsDidChange();
+  queue_.advance(600s);
+  auth_->signIn("me", "secret");
+  queue_.advance(600s);
+  worker_.runPending();
+  EXPECT_EQ(transport_->requests.size(), 2U);
 }
 
 }  // namespace

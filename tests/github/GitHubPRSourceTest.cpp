@@ -11,38 +11,13 @@
 
 #include "github/GitHubAPI.h"
 #include "helpers/ManualQueue.h"
+#include "helpers/ScriptedGitHub.h"
 
 namespace tessivane {
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-// Answers from a list, by hand; without a next answer there is no connection.
-class ScriptedTransport final : public GitHubTransport {
- public:
-  std::optional<HTTPResponse> send(const HTTPRequest& request,
-                                   const std::stop_token& stop) override {
-    requests.push_back(nlohmann::json::parse(request.body.value_or("{}")));
-    if (answers.empty() || stop.stop_requested())
-      return std::nullopt;
-    HTTPResponse answer = std::move(answers.front());
-    answers.pop_front();
-    return answer;
-  }
-
-  std::deque<HTTPResponse> answers;
-  std::vector<nlohmann::json> requests;
-};
-
-class MemoryTokenStore final : public GitHubTokenStore {
- public:
-  std::optional<GitHubSignIn> load() override { return signIn; }
-  bool save(const GitHubSignIn& /*signIn*/) override { return false; }
-  void remove() override {}
-
-  std::optional<GitHubSignIn> signIn = GitHubSignIn{.login = "me", .token = "secret"};
-};
 
 // A page with a pull request for each of the dates, which is when it was made and updated.
 HTTPResponse page(const std::vector<Date>& dates) {
@@ -53,7 +28,7 @@ HTTPResponse page(const std::vector<Date>& dates) {
                      {"createdAt", isoText(date)},
                      {"updatedAt", isoText(date)},
                      {"repository", {{"nameWithOwner", "me/shed"}}}});
-  return {.status = 200, .body = nlohmann::json{{"data", {{"search", {{"nodes", nodes}}}}}}.dump()};
+  return searchPage(nodes);
 }
 
 class GitHubPRSourceTest : public testing::Test {
