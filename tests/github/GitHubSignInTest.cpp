@@ -104,7 +104,7 @@ class Program {
                                        : endpoints_.graphQL;
     if (&answers == &endpoints_.token && duringToken_)
       main_.async([this] { duringToken_(*this); });
-    const Answer next = answers.front();
+    Answer next = answers.front();
     if (answers.size() > 1)
       answers.erase(answers.begin());
     return next;
