@@ -12,6 +12,7 @@
 #include "activity/SyntheticActivitySource.h"
 #include "backend/BackendActivitySource.h"
 #include "platform/SystemClock.h"
+#include "platform/linux/InotifyEvents.h"
 #include "support/Calendar.h"
 #include "support/Paths.h"
 
@@ -120,6 +121,9 @@ std::unique_ptr<BackendActivityStore> Program::makeBackend(TaskQueue& mainQueue,
   BackendActivityConfig config;
   config.defaults = &defaults;
   config.clock = systemNow;
+  config.fileEvents = inotifyEvents([](const std::string& sentence) {
+    std::fprintf(stderr, "Tessivane: %s\n", sentence.c_str());
+  });
   config.onSourcesChanged = [&mainQueue, weak = std::weak_ptr(self_)] {
     mainQueue.async([weak] {
       if (const auto self = weak.lock())
