@@ -24,8 +24,8 @@ class ClaudeAgent final {
 
   /// Does one of the many things that such a session does. `others` are all there are.
   void step(std::vector<std::unique_ptr<ClaudeAgent>>& others);
-  /// Ends what is half done.
-  void finish() { transcript_.finish(); }
+  /// Ends what is half done, and makes one more edit.
+  void finish();
 
   /// Makes an edit under an id of somebody else's choice, and tells where it would be counted. The
   /// session must be ready, see `Transcript`.
@@ -74,7 +74,8 @@ class CodexAgent final {
   CodexAgent(Workshop& workshop, CodexDatabase& database, std::string root, std::string slug);
 
   void step();
-  void finish() { transcript_.finish(); }
+  /// Ends what is half done, and makes one more edit.
+  void finish();
 
  private:
   using Record = Transcript::Record;

@@ -66,6 +66,12 @@ void ClaudeAgent::step(std::vector<std::unique_ptr<ClaudeAgent>>& others) {
   }
 }
 
+void ClaudeAgent::finish() {
+  transcript_.finish();
+  if (transcript_.isReady())
+    transcript_.append(edit());
+}
+
 ClaudeAgent::Record ClaudeAgent::edit() {
   ++workshop_.counts["edits of Claude Code"];
   const std::string id = workshop_.name("toolu_");

@@ -60,6 +60,12 @@ void CodexAgent::step() {
   }
 }
 
+void CodexAgent::finish() {
+  transcript_.finish();
+  if (transcript_.isReady())
+    transcript_.append(edit());
+}
+
 CodexAgent::Record CodexAgent::edit() {
   ++workshop_.counts["edits of Codex"];
   const std::string id = workshop_.name("call_");

@@ -21,6 +21,8 @@ class Repository final {
   const std::string& slug() const { return slug_; }
 
   void step();
+  /// Makes one more commit.
+  void finish() { commit({}); }
 
  private:
   struct Worktree {

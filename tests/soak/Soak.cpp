@@ -28,6 +28,9 @@ constexpr std::size_t mostSessions = 40;
 constexpr seconds endLimit{2};
 constexpr seconds settlingLimit{100};
 
+// Rough and calm times take turns: some faults show only when nothing repairs them.
+constexpr seconds phase{20};
+
 }  // namespace
 
 Soak::Soak(std::string program, const std::string& directory, std::uint64_t seed)
@@ -191,10 +194,11 @@ void Soak::watchOver() {
 void Soak::run(seconds duration) {
   addsSessions_ = duration >= std::chrono::minutes(1);
   start();
-  const auto end = Clock::now() + duration;
-  while (Clock::now() < end && complaints_.empty()) {
+  const auto begin = Clock::now();
+  for (auto now = begin; now < begin + duration && complaints_.empty(); now = Clock::now()) {
     watchOver();
-    if (workshop_.random.chance(3))
+    const bool isRough = (now - begin) / phase % 2 == 0;
+    if (isRough && workshop_.random.chance(4))
       makeTrouble();
     work();
     std::this_thread::sleep_for(milliseconds(workshop_.random.below(60)));
@@ -214,14 +218,26 @@ bool Soak::settles(seconds limit) {
   return false;
 }
 
+// The last works of everybody, so that it is seen that all was read up to there.
+void Soak::finishWork() {
+  within(".claude", [this] { std::ranges::for_each(claudes_, [](auto& one) { one->finish(); }); });
+  within(".codex", [this] { std::ranges::for_each(codexes_, [](auto& one) { one->finish(); }); });
+  within("src", [this] { std::ranges::for_each(repositories_, [](auto& one) { one->finish(); }); });
+}
+
 std::vector<std::string> Soak::conclude() {
   goOn();
   release();
   if (run_ == nullptr)
     start();
-  within(".claude", [this] { std::ranges::for_each(claudes_, [](auto& one) { one->finish(); }); });
-  within(".codex", [this] { std::ranges::for_each(codexes_, [](auto& one) { one->finish(); }); });
-  settles(settlingLimit);
+  finishWork();
+  // Started once more it may neither find anything twice nor miss what comes then.
+  if (settles(settlingLimit) && run_ != nullptr) {
+    end(SIGTERM);
+    start();
+    finishWork();
+    settles(settlingLimit);
+  }
   if (run_ != nullptr)
     end(SIGTERM);
   for (const std::string& difference : stamps_.differences(workshop_.home.home()))

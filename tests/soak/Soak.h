@@ -52,6 +52,7 @@ class Soak final {
   void release();
   void goOn();
   void watchOver();
+  void finishWork();
   bool settles(std::chrono::seconds limit);
   void complain(const std::string& sentence);
 
