@@ -1,0 +1,121 @@
+#include "helpers/ProgramRun.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <stdexcept>
+#include <string_view>
+
+namespace tessivane {
+
+namespace {
+
+void require(bool condition, const std::string& what) {
+  if (!condition)
+    throw std::runtime_error("ProgramRun: " + what);
+}
+
+std::string_view nameOf(std::string_view variable) {
+  return variable.substr(0, variable.find('='));
+}
+
+bool isHandedOn(std::string_view name) {
+  constexpr std::array<std::string_view, 6> kept = {
+      "PATH", "TMPDIR", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LANG"};
+  return std::ranges::count(kept, name) != 0;
+}
+
+std::vector<std::string> environmentFor(std::vector<std::string> own) {
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    const auto isNamed = [name = nameOf(*variable)](const auto& one) {
+      return nameOf(one) == name;
+    };
+    if (isHandedOn(nameOf(*variable)) && std::ranges::none_of(own, isNamed))
+      own.emplace_back(*variable);
+  }
+  return own;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (std::string& text : texts)
+    pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+}  // namespace
+
+ProgramRun::ProgramRun(const Options& options) {
+  std::vector<std::string> command = options.command;
+  std::vector<std::string> environment = environmentFor(options.environment);
+  posix_spawn_file_actions_t actions{};
+  ::posix_spawn_file_actions_init(&actions);
+  ::posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  ::posix_spawn_file_actions_addopen(
+      &actions, 1, options.log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+  ::posix_spawn_file_actions_adddup2(&actions, 1, 2);
+  const int failure = ::posix_spawn(&process_,
+                                    command.front().c_str(),
+                                    &actions,
+                                    nullptr,
+                                    pointers(command).data(),
+                                    pointers(environment).data());
+  ::posix_spawn_file_actions_destroy(&actions);
+  require(failure == 0, "cannot start " + command.front());
+  descriptor_ = static_cast<int>(::syscall(SYS_pidfd_open, process_, 0));
+  require(descriptor_ >= 0, "no descriptor of the process");
+}
+
+ProgramRun::~ProgramRun() {
+  if (isRunning()) {
+    signal(SIGKILL);
+    wait(std::chrono::minutes(1));
+  }
+  ::close(descriptor_);
+}
+
+void ProgramRun::signal(int number) const {
+  if (!status_)
+    ::kill(process_, number);
+}
+
+std::optional<int> ProgramRun::wait(Seconds limit) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (!status_) {
+    const auto left = end - std::chrono::steady_clock::now();
+    const auto milliseconds = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+    pollfd ended{.fd = descriptor_, .events = POLLIN, .revents = 0};
+    const int count = ::poll(&ended, 1, static_cast<int>(std::max<long>(milliseconds, 0)));
+    if (count < 0 && errno == EINTR)
+      continue;
+    if (count == 0)
+      return std::nullopt;
+    int status = 0;
+    require(::waitpid(process_, &status, 0) == process_, "the process is not ours");
+    status_ = status;
+  }
+  return status_;
+}
+
+ProgramRun::Options ProgramHome::headless(const std::string& program) const {
+  std::filesystem::create_directories(home());
+  return {.command = {program, "--headless"},
+          .environment = {"HOME=" + home(),
+                          "XDG_CONFIG_HOME=" + directory + "/config",
+                          "XDG_DATA_HOME=" + directory + "/data"},
+          .log = log()};
+}
+
+}  // namespace tessivane

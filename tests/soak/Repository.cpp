@@ -1,0 +1,219 @@
+#include "soak/Repository.h"
+
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include <fmt/format.h>
+
+#include "helpers/Command.h"
+
+namespace tessivane {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// When the first entry of a log was written, in seconds since 1970.
+std::string firstDate(const std::string& log) {
+  std::ifstream file(log);
+  std::string line;
+  std::getline(file, line);
+  const auto mail = line.find("> ");
+  if (mail == std::string::npos)
+    throw std::runtime_error("no entry in " + log);
+  const auto date = mail + 2;
+  return line.substr(date, line.find(' ', date) - date);
+}
+
+}  // namespace
+
+Repository::Repository(Workshop& workshop, const std::string& name)
+    : workshop_(workshop), root_(workshop.path("src/" + name)), slug_("acme/" + name) {
+  fs::create_directories(root_);
+  git(root_, {"init", "--quiet", "--initial-branch=main"});
+  git(root_, {"remote", "add", "origin", "git@github.com:Acme/" + name + ".git"});
+  worktrees_.push_back({.path = root_, .branch = "main", .gitDir = root_ + "/.git"});
+  commit({});
+}
+
+std::string Repository::git(const std::string& directory,
+                            const std::vector<std::string>& arguments,
+                            std::optional<Date> date) const {
+  std::vector<std::string> command = {
+      "git", "-C", directory, "-c", "gc.auto=0", "-c", "maintenance.auto=false"};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  std::vector<std::string> environment = {"HOME=" + workshop_.home.directory,
+                                          "PATH=/usr/bin:/bin",
+                                          "GIT_CONFIG_NOSYSTEM=1",
+                                          "GIT_EDITOR=true",
+                                          "GIT_AUTHOR_NAME=Ann Author",
+                                          "GIT_AUTHOR_EMAIL=ann@example.org",
+                                          "GIT_COMMITTER_NAME=Ann Author",
+                                          "GIT_COMMITTER_EMAIL=ann@example.org"};
+  if (date)
+    environment.push_back("GIT_COMMITTER_DATE=" + isoText(*date));
+  std::string text = commandOutput(std::move(command), std::move(environment));
+  while (!text.empty() && text.back() == '\n')
+    text.pop_back();
+  return text;
+}
+
+Repository::Worktree& Repository::somewhere() {
+  return workshop_.random.chance(50) ? worktrees_.front() : workshop_.pick(worktrees_);
+}
+
+bool Repository::isAllStored() {
+  std::erase_if(open_, [this](const Token& token) { return workshop_.witness.sees(token); });
+  return open_.empty();
+}
+
+void Repository::step() {
+  switch (workshop_.random.below(15)) {
+    case 0:
+      return branch(false);
+    case 1:
+      return branch(true);
+    case 2:
+      return addWorktree();
+    case 3:
+      return removeWorktree();
+    case 4:
+      return tidyUp();
+    case 5:
+      return commitOfOldDate();
+    case 6:
+      return commitOnNoBranch();
+    case 7:
+    case 8:
+      return commit({"--amend"});
+    default:
+      return commit({});
+  }
+}
+
+void Repository::commit(const std::vector<std::string>& arguments) {
+  commitAt(somewhere(), arguments);
+}
+
+void Repository::commitAt(const Worktree& place, const std::vector<std::string>& arguments) {
+  ++workshop_.counts["commits"];
+  const std::string title = workshop_.name("Mend the thing ");
+  std::vector<std::string> command = {"commit", "--quiet", "--allow-empty", "-m", title};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  git(place.path, command);
+  open_.push_back(workshop_.ledger.add(Ledger::Event{.kind = "commit",
+                                                     .root = place.path,
+                                                     .ref = git(place.path, {"rev-parse", "HEAD"}),
+                                                     .title = title,
+                                                     .branch = place.branch}));
+}
+
+// Which no log of a branch tells.
+void Repository::commitOnNoBranch() {
+  Worktree& place = somewhere();
+  git(place.path, {"checkout", "--quiet", "--detach"});
+  commitAt(place, {});
+  git(place.path, {"checkout", "--quiet", place.branch});
+}
+
+// A log that was read before counts two days back, and nothing counts that is older.
+void Repository::commitOfOldDate() {
+  const Worktree& place = somewhere();
+  const bool isTooOld = workshop_.random.chance(50);
+  if (!isTooOld && !workshop_.witness.offset(place.gitDir + "/logs/HEAD"))
+    return;
+  ++workshop_.counts["commits of an old date"];
+  const std::string title = workshop_.name("Mend the old thing ");
+  const Date date = Workshop::now() - std::chrono::hours(isTooOld ? 60 : 20);
+  git(place.path, {"commit", "--quiet", "--allow-empty", "-m", title}, date);
+  if (isTooOld)
+    return;
+  open_.push_back(workshop_.ledger.add(Ledger::Event{.kind = "commit",
+                                                     .root = place.path,
+                                                     .ref = git(place.path, {"rev-parse", "HEAD"}),
+                                                     .title = title}));
+}
+
+void Repository::branch(bool switchesToIt) {
+  ++workshop_.counts["branches"];
+  const std::string name = workshop_.name("feature/b");
+  if (switchesToIt) {
+    git(root_, {"checkout", "--quiet", "-b", name});
+    branches_.push_back(worktrees_.front().branch);
+    worktrees_.front().branch = name;
+  } else {
+    git(root_, {"branch", name});
+    branches_.push_back(name);
+  }
+  const std::string date = firstDate(root_ + "/.git/logs/refs/heads/" + name);
+  open_.push_back(workshop_.ledger.add(Ledger::Event{
+      .kind = "branched", .root = root_, .ref = "branch:" + name + "@" + date, .title = name}));
+}
+
+// Git writes the log of the branch and then that of the worktree. Whoever looks in between sees a
+// new branch first.
+void Repository::addWorktree() {
+  ++workshop_.counts["worktrees"];
+  const std::string name = workshop_.name("tree");
+  const std::string branch = "work/" + name;
+  const std::string path = root_ + "-" + name;
+  git(root_, {"worktree", "add", "--quiet", "-b", branch, path});
+  const std::string gitDir = root_ + "/.git/worktrees/" + fs::path(path).filename().string();
+  worktrees_.push_back({.path = path, .branch = branch, .gitDir = gitDir});
+  const std::string title = fs::path(path).filename().string();
+  open_.push_back(workshop_.ledger.add(
+      Ledger::Event{.kind = "branched",
+                    .root = path,
+                    .ref = "worktree:" + title + "@" + firstDate(gitDir + "/logs/HEAD"),
+                    .title = title,
+                    .detail = "worktree"}));
+  const std::string date = firstDate(root_ + "/.git/logs/refs/heads/" + branch);
+  for (const std::string& root : {path, root_}) {
+    workshop_.ledger.add(Ledger::Event{.kind = "branched",
+                                       .root = root,
+                                       .ref = "branch:" + branch + "@" + date,
+                                       .isCertain = false});
+  }
+}
+
+// A worktree takes its log with it.
+void Repository::removeWorktree() {
+  if (worktrees_.size() < 2 || !isAllStored())
+    return;
+  ++workshop_.counts["removed worktrees"];
+  git(root_, {"worktree", "remove", "--force", worktrees_.back().path});
+  branches_.push_back(worktrees_.back().branch);
+  worktrees_.pop_back();
+}
+
+// What changes logs without telling of anything new. What they told must be stored by then.
+void Repository::tidyUp() {
+  if (!isAllStored())
+    return;
+  ++workshop_.counts["tidying up in repositories"];
+  switch (workshop_.random.below(5)) {
+    case 0:
+      git(root_, {"reflog", "expire", "--expire=now", "--all"});
+      return;
+    case 1:
+      git(root_, {"gc", "--quiet"});
+      return;
+    case 2:
+      git(root_, {"reset", "--quiet", "--hard", "HEAD"});
+      return;
+    default:
+      break;
+  }
+  if (branches_.empty() || branches_.back() == "main")
+    return;
+  if (workshop_.random.chance(50)) {
+    git(root_, {"branch", "-m", branches_.back(), branches_.back() + "-renamed"});
+    branches_.back() += "-renamed";
+  } else {
+    git(root_, {"branch", "-D", branches_.back()});
+    branches_.pop_back();
+  }
+}
+
+}  // namespace tessivane
