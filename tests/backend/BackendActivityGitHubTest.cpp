@@ -14,8 +14,11 @@ namespace tessivane {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 class BackendActivityGitHubTest : public ActivityRun {
  protected:
@@ -150,6 +153,30 @@ TEST_F(BackendActivityGitHubTest, AsksAgainForWhatCouldNotBeStored) {
   poll({});
   poll({});
   EXPECT_NE(lastSearch(), search);
+}
+
+TEST_F(BackendActivityGitHubTest, KeepsTheTokenOutOfFilesAndWords) {
+  const std::string token = "gho_0123456789abcdef";
+  tokens_->signIn->token = token;
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  start();
+  refresh();
+  poll({pullRequest(1, "First")});
+  // A server that repeats what it was asked with.
+  const std::string echo = json{{"errors", {{{"type", token}}}}, {"token", token}}.dump();
+  for (const int status : {500, 200, 429, 401}) {
+    transport_->answers.push_back({.status = status, .body = echo});
+    queue_.advance(Seconds(700));
+    worker_.runPending();
+    queue_.advance(2s);
+  }
+  const std::string words =
+      testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
+  EXPECT_EQ(auth_->invalidToken(), token) << "it was in use";
+  EXPECT_THAT(words, HasSubstr("poll failed (500)"));
+  EXPECT_THAT(words, Not(HasSubstr(token)));
+  EXPECT_THAT(home_.listing(), AllOf(HasSubstr("First"), Not(HasSubstr(token))));
 }
 
 TEST_F(BackendActivityGitHubTest, AsksWhileItIsWantedAndWhenTheSignInChanges) {
