@@ -47,6 +47,7 @@ class BackendActivityGitHubTest : public ActivityRun {
   /// "{kind} {project} {session} {title}" of each event.
   static std::vector<std::string> lines(const std::vector<ActivityEvent>& events) {
     std::vector<std::string> all;
+    all.reserve(events.size());
     for (const ActivityEvent& event : events) {
       all.push_back(std::string(rawValue(event.kind)) + " " + event.projectName + " " +
                     event.sessionID.value_or("-") + " " + event.title);

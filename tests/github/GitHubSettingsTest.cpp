@@ -10,11 +10,11 @@ namespace {
 
 TEST(GitHubSettingsTest, TakesOverTheOlderKeyOnce) {
   struct Case {
-    const char* name;
+    const char* name = "";
     std::optional<DefaultsValue> old;
     std::optional<DefaultsValue> current;
-    bool enabled;
-    bool oldStays;
+    bool enabled = false;
+    bool oldStays = false;
   };
   const Case cases[] = {
       {"nothing stored", {}, {}, false, false},
