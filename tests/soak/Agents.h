@@ -24,6 +24,8 @@ class ClaudeAgent final {
 
   /// Does one of the many things that such a session does. `others` are all there are.
   void step(std::vector<std::unique_ptr<ClaudeAgent>>& others);
+  /// Finds out what has become certain. As often as may be.
+  void review();
   /// Ends what is half done, and makes one more edit.
   void finish();
 

@@ -33,6 +33,8 @@ ClaudeAgent::ClaudeAgent(Workshop& workshop, std::string root, std::string slug)
 void ClaudeAgent::step(std::vector<std::unique_ptr<ClaudeAgent>>& others) {
   if (!transcript_.isReady())
     return;
+  if (open_ && workshop_.random.chance(20))
+    return splitCommand();
   switch (workshop_.random.below(20)) {
     case 0:
       return transcript_.append(opened());
@@ -200,8 +202,7 @@ void ClaudeAgent::rewrite() {
     transcript_.append(std::move(record));
 }
 
-// A scanner remembers a command only as long as the program runs. So its result is certain to be
-// understood once it was written long enough ago without a restart since the command.
+// First the command alone, and its result some time later.
 void ClaudeAgent::splitCommand() {
   const Date date = Workshop::now();
   if (!open_) {
@@ -210,9 +211,7 @@ void ClaudeAgent::splitCommand() {
                         .generation = workshop_.generation};
     transcript_.append(
         {.lines = lines_.command(open_->id, "gh pr create --fill", date), .isKept = true});
-    return;
-  }
-  if (open_->token.empty()) {
+  } else if (open_->token.empty()) {
     ++workshop_.counts["pull requests told late"];
     open_->token = workshop_.ledger.add(Ledger::Event{.kind = "prOpened",
                                                       .root = root_,
@@ -222,8 +221,14 @@ void ClaudeAgent::splitCommand() {
     transcript_.append(
         {.lines = lines_.result(open_->id, pullRequestURL(slug_, open_->number), date),
          .isKept = true});
-    return;
   }
+}
+
+// A scanner remembers a command only as long as the program runs. So its result is certain to be
+// understood once it was written long enough ago without a restart since the command.
+void ClaudeAgent::review() {
+  if (!open_ || open_->token.empty())
+    return;
   const auto calm = std::chrono::steady_clock::now() - std::max(open_->told, workshop_.calmSince);
   if (open_->generation == workshop_.generation && calm < surely)
     return;

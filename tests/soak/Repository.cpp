@@ -93,10 +93,13 @@ void Repository::step() {
 }
 
 void Repository::commit(const std::vector<std::string>& arguments) {
-  commitAt(somewhere(), arguments);
+  const Worktree& place = somewhere();
+  commitAt(place, place.branch, arguments);
 }
 
-void Repository::commitAt(const Worktree& place, const std::vector<std::string>& arguments) {
+void Repository::commitAt(const Worktree& place,
+                          const std::optional<std::string>& branch,
+                          const std::vector<std::string>& arguments) {
   ++workshop_.counts["commits"];
   const std::string title = workshop_.name("Mend the thing ");
   std::vector<std::string> command = {"commit", "--quiet", "--allow-empty", "-m", title};
@@ -106,14 +109,14 @@ void Repository::commitAt(const Worktree& place, const std::vector<std::string>&
                                                      .root = place.path,
                                                      .ref = git(place.path, {"rev-parse", "HEAD"}),
                                                      .title = title,
-                                                     .branch = place.branch}));
+                                                     .branch = branch}));
 }
 
 // Which no log of a branch tells.
 void Repository::commitOnNoBranch() {
   Worktree& place = somewhere();
   git(place.path, {"checkout", "--quiet", "--detach"});
-  commitAt(place, {});
+  commitAt(place, std::nullopt, {});
   git(place.path, {"checkout", "--quiet", place.branch});
 }
 

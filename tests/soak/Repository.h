@@ -35,7 +35,9 @@ class Repository final {
                   const std::vector<std::string>& arguments,
                   std::optional<Date> date = {}) const;
   void commit(const std::vector<std::string>& arguments);
-  void commitAt(const Worktree& place, const std::vector<std::string>& arguments);
+  void commitAt(const Worktree& place,
+                const std::optional<std::string>& branch,
+                const std::vector<std::string>& arguments);
   void commitOnNoBranch();
   void commitOfOldDate();
   void branch(bool switchesToIt);

@@ -176,7 +176,7 @@ void Soak::goOn() {
   }
 }
 
-// Ends the troubles whose time is over.
+// Ends the troubles whose time is over, and sees what came through them.
 void Soak::watchOver() {
   const auto now = Clock::now();
   if (run_ != nullptr && !run_->isRunning()) {
@@ -191,6 +191,8 @@ void Soak::watchOver() {
     release();
   if (startAgain_ && now >= *startAgain_)
     start();
+  for (const auto& claude : claudes_)
+    claude->review();
 }
 
 void Soak::run(seconds duration) {
