@@ -175,7 +175,7 @@ void Repository::addWorktree() {
   for (const std::string& root : {path, root_}) {
     workshop_.ledger.add(Ledger::Event{.kind = "branched",
                                        .root = root,
-                                       .ref = "branch:" + branch + "@" + date,
+                                       .ref = fmt::format("branch:{}@{}", branch, date),
                                        .isCertain = false});
   }
 }
