@@ -21,13 +21,13 @@ std::string column(const DatabaseRow& row, std::string_view name) {
 // Empty for a row that another version has written.
 std::string line(const DatabaseRow& row) {
   const std::string* kindText = row.text("kind");
-  const auto kind = kindText == nullptr ? std::nullopt : activityKind(*kindText);
+  const auto kind = activityKind(kindText == nullptr ? std::string_view() : *kindText);
   const auto date = dateFromSeconds(row.real("ts").value_or(0));
   const std::string* root = row.text("root");
   if (!kind || !date || root == nullptr)
     return {};
   // Where an event has no ref of its own, the column holds what tells it from others.
-  const bool hasRef = kind != ActivityKind::needsYou && kind != ActivityKind::finished;
+  const bool hasRef = *kind != ActivityKind::needsYou && *kind != ActivityKind::finished;
   return fmt::format("{}\t{}\t{}\t{}\t{}\t{}\n",
                      isoText(*date),
                      rawValue(*kind),

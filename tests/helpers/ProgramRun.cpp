@@ -13,8 +13,10 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 namespace tessivane {
 
@@ -73,7 +75,8 @@ ProgramRun::ProgramRun(const Options& options) {
                                     pointers(command).data(),
                                     pointers(environment).data());
   ::posix_spawn_file_actions_destroy(&actions);
-  require(failure == 0, "cannot start " + command.front());
+  require(failure == 0,
+          "cannot start " + command.front() + ": " + std::generic_category().message(failure));
   descriptor_ = static_cast<int>(::syscall(SYS_pidfd_open, process_, 0));
   require(descriptor_ >= 0, "no descriptor of the process");
 }
@@ -84,6 +87,16 @@ ProgramRun::~ProgramRun() {
     wait(std::chrono::minutes(1));
   }
   ::close(descriptor_);
+}
+
+bool ProgramRun::catches(int number) const {
+  constexpr std::string_view label = "SigCgt:";
+  std::ifstream status("/proc/" + std::to_string(process_) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(label))
+      return (std::stoull(line.substr(label.size()), nullptr, 16) >> (number - 1) & 1) != 0;
+  }
+  return false;
 }
 
 void ProgramRun::signal(int number) const {

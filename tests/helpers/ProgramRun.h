@@ -32,6 +32,8 @@ class ProgramRun final {
 
   pid_t process() const { return process_; }
   bool isRunning() { return !wait(Seconds(0)); }
+  /// True once it has come to where it handles that signal itself.
+  bool catches(int number) const;
   void signal(int number) const;
 
   /// The status as `waitpid` gives it; nothing when it still runs after that time.

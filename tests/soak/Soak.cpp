@@ -107,9 +107,11 @@ void Soak::start() {
 
 void Soak::end(int signal) {
   const auto begin = Clock::now();
+  // One that has just been started does not handle signals yet and is killed by any.
+  const bool handles = signal != SIGKILL && run_->catches(signal);
   run_->signal(signal);
   const auto status = run_->wait(endLimit);
-  const bool isGood = status && (signal == SIGKILL || *status == 0);
+  const bool isGood = status && (*status == 0 || (!handles && WTERMSIG(*status) == signal));
   if (signal != SIGKILL)
     longestEnd_ = std::max(longestEnd_, Clock::now() - begin);
   if (!isGood)
