@@ -1,12 +1,13 @@
 #include "helpers/Command.h"
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <stdexcept>
+
+#include "helpers/Spawn.h"
 
 namespace tessivane {
 
@@ -15,15 +16,6 @@ namespace {
 void require(bool condition, const std::string& what) {
   if (!condition)
     throw std::runtime_error("Command: " + what);
-}
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  pointers.reserve(texts.size() + 1);
-  for (std::string& text : texts)
-    pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
 }
 
 std::string readAll(int descriptor) {
@@ -37,29 +29,16 @@ std::string readAll(int descriptor) {
 
 }  // namespace
 
-std::string commandOutput(std::vector<std::string> arguments,
-                          std::vector<std::string> environment) {
+std::string commandOutput(const std::vector<std::string>& arguments,
+                          const std::vector<std::string>& environment) {
   std::array<int, 2> ends{};
   require(::pipe2(ends.data(), O_CLOEXEC) == 0, "no pipe");
-  posix_spawn_file_actions_t actions{};
-  ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  ::posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
-  ::posix_spawn_file_actions_adddup2(&actions, ends[1], 2);
-  pid_t child = 0;
-  const int failure = ::posix_spawnp(&child,
-                                     arguments.front().c_str(),
-                                     &actions,
-                                     nullptr,
-                                     pointers(arguments).data(),
-                                     pointers(environment).data());
-  ::posix_spawn_file_actions_destroy(&actions);
+  const pid_t child = spawn(arguments, environment, {-1, ends[1], ends[1]});
   ::close(ends[1]);
-  std::string text = failure == 0 ? readAll(ends[0]) : "";
+  std::string text = readAll(ends[0]);
   ::close(ends[0]);
   int status = -1;
-  if (failure == 0)
-    ::waitpid(child, &status, 0);
+  ::waitpid(child, &status, 0);
   std::string command;
   for (const std::string& argument : arguments)
     command += argument + " ";

@@ -9,6 +9,7 @@ namespace tessivane {
 
 /// Runs a program found by PATH, with exactly this environment ("NAME=value") and nothing to read.
 /// Returns what it prints, errors included. Throws when it fails.
-std::string commandOutput(std::vector<std::string> arguments, std::vector<std::string> environment);
+std::string commandOutput(const std::vector<std::string>& arguments,
+                          const std::vector<std::string>& environment);
 
 }  // namespace tessivane

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,7 +15,8 @@
 #include <fstream>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
+
+#include "helpers/Spawn.h"
 
 namespace tessivane {
 
@@ -48,35 +48,13 @@ std::vector<std::string> environmentFor(std::vector<std::string> own) {
   return own;
 }
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  pointers.reserve(texts.size() + 1);
-  for (std::string& text : texts)
-    pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
 }  // namespace
 
 ProgramRun::ProgramRun(const Options& options) {
-  std::vector<std::string> command = options.command;
-  std::vector<std::string> environment = environmentFor(options.environment);
-  posix_spawn_file_actions_t actions{};
-  ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  ::posix_spawn_file_actions_addopen(
-      &actions, 1, options.log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-  ::posix_spawn_file_actions_adddup2(&actions, 1, 2);
-  const int failure = ::posix_spawn(&process_,
-                                    command.front().c_str(),
-                                    &actions,
-                                    nullptr,
-                                    pointers(command).data(),
-                                    pointers(environment).data());
-  ::posix_spawn_file_actions_destroy(&actions);
-  require(failure == 0,
-          "cannot start " + command.front() + ": " + std::generic_category().message(failure));
+  const int log = ::open(options.log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  require(log >= 0, "cannot write " + options.log);
+  process_ = spawn(options.command, environmentFor(options.environment), {-1, log, log});
+  ::close(log);
   descriptor_ = static_cast<int>(::syscall(SYS_pidfd_open, process_, 0));
   require(descriptor_ >= 0, "no descriptor of the process");
 }

@@ -1,7 +1,6 @@
 #include "helpers/SessionBus.h"
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +13,8 @@
 
 #include <gio/gio.h>
 
+#include "helpers/Spawn.h"
+
 namespace tessivane {
 
 namespace {
@@ -24,12 +25,14 @@ constexpr const char* addressVariable = "DBUS_SESSION_BUS_ADDRESS";
 constexpr const char* secretService = "org.freedesktop.secrets";
 
 // Everybody may do everything, and nobody is started by being called.
-constexpr const char* busConfiguration = R"(<!DOCTYPE busconfig PUBLIC
+std::string busConfiguration(const std::string& directory) {
+  return R"(<!DOCTYPE busconfig PUBLIC
  "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
   <type>session</type>
-  <listen>unix:dir=/tmp</listen>
+  <listen>unix:dir=)" +
+         directory + R"(</listen>
   <policy context="default">
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
@@ -37,41 +40,11 @@ constexpr const char* busConfiguration = R"(<!DOCTYPE busconfig PUBLIC
   </policy>
 </busconfig>
 )";
+}
 
 void require(bool condition, const std::string& what) {
   if (!condition)
     throw std::runtime_error("SessionBus: " + what);
-}
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  pointers.reserve(texts.size() + 1);
-  for (std::string& text : texts)
-    pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-// Starts a program with these two as its standard input and output.
-pid_t start(std::vector<std::string> command,
-            std::vector<std::string> environment,
-            int input,
-            int output) {
-  posix_spawn_file_actions_t actions{};
-  ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawn_file_actions_adddup2(&actions, input, 0);
-  ::posix_spawn_file_actions_adddup2(&actions, output, 1);
-  ::posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  pid_t process = 0;
-  const int failure = ::posix_spawn(&process,
-                                    command.front().c_str(),
-                                    &actions,
-                                    nullptr,
-                                    pointers(command).data(),
-                                    pointers(environment).data());
-  ::posix_spawn_file_actions_destroy(&actions);
-  require(failure == 0, command.front() + " does not start");
-  return process;
 }
 
 void end(pid_t& process) {
@@ -162,15 +135,12 @@ bool SessionBus::isInstalled() {
 SessionBus::SessionBus() {
   std::array<int, 2> ends{};
   require(::pipe2(ends.data(), O_CLOEXEC) == 0, "no pipe");
-  const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-  bus_ = start({busProgram,
+  bus_ = spawn({busProgram,
                 "--nofork",
                 "--print-address",
-                "--config-file=" + home_.write("bus.conf", busConfiguration)},
+                "--config-file=" + home_.write("bus.conf", busConfiguration(home_.path()))},
                {"HOME=" + home_.path()},
-               nothing,
-               ends[1]);
-  ::close(nothing);
+               {-1, ends[1], -1});
   ::close(ends[1]);
   std::array<char, 1024> buffer{};
   const ssize_t size = ::read(ends[0], buffer.data(), buffer.size());
@@ -191,14 +161,11 @@ SessionBus::~SessionBus() {
 void SessionBus::startKeyring() {
   std::array<int, 2> ends{};
   require(::pipe2(ends.data(), O_CLOEXEC) == 0, "no pipe");
-  const int nothing = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-  keyring_ = start({keyringProgram, "--foreground", "--unlock", "--components=secrets"},
+  keyring_ = spawn({keyringProgram, "--foreground", "--unlock", "--components=secrets"},
                    {"HOME=" + home_.path(),
                     "XDG_RUNTIME_DIR=" + home_.makeDirectory("runtime"),
                     std::string(addressVariable) + "=" + address_},
-                   ends[0],
-                   nothing);
-  ::close(nothing);
+                   {ends[0], -1, -1});
   ::close(ends[0]);
   const bool written = ::write(ends[1], "pw", 2) == 2;
   ::close(ends[1]);

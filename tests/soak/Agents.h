@@ -50,6 +50,7 @@ class ClaudeAgent final {
   };
 
   Record edit();
+  Token expectOpened(std::int64_t number, const std::string& name);
   Record opened();
   Record merged();
   Record inBackground();

@@ -93,17 +93,21 @@ std::string ClaudeAgent::title() {
   return workshop_.name("Add the thing ");
 }
 
+Token ClaudeAgent::expectOpened(std::int64_t number, const std::string& name) {
+  return workshop_.ledger.add(Ledger::Event{.kind = "prOpened",
+                                            .root = root_,
+                                            .ref = std::to_string(number),
+                                            .title = name,
+                                            .detail = slug_});
+}
+
 ClaudeAgent::Record ClaudeAgent::opened() {
   ++workshop_.counts["pull requests"];
   const std::string id = workshop_.name("toolu_");
   const std::string name = title();
   const std::int64_t number = workshop_.number();
   const Date date = Workshop::now();
-  const Token token = workshop_.ledger.add(Ledger::Event{.kind = "prOpened",
-                                                         .root = root_,
-                                                         .ref = std::to_string(number),
-                                                         .title = name,
-                                                         .detail = slug_});
+  const Token token = expectOpened(number, name);
   return {.lines = lines_.command(id, "git push && gh pr create --title '" + name + "'", date) +
                    lines_.result(id, pullRequestURL(slug_, number) + "\n", date),
           .tokens = {token}};
@@ -130,11 +134,7 @@ ClaudeAgent::Record ClaudeAgent::inBackground() {
   fs::create_directories(fs::path(output).parent_path());
   std::ofstream(output) << "Creating\n" << pullRequestURL(slug_, number) << "\n";
   const Date date = Workshop::now();
-  const Token token = workshop_.ledger.add(Ledger::Event{.kind = "prOpened",
-                                                         .root = root_,
-                                                         .ref = std::to_string(number),
-                                                         .title = name,
-                                                         .detail = slug_});
+  const Token token = expectOpened(number, name);
   return {.lines = lines_.command(id, "gh pr create --title \"" + name + "\" --fill", date) +
                    lines_.sentToBackground(id, output, date) +
                    lines_.notification(id, output, date),
