@@ -93,6 +93,7 @@ TEST(GitHubURLSessionTransportTest, TellsEveryFaultApart) {
       {"brackets only", {.body = std::string(HTTPClient::maxBody, '[')}, malformed},
       {"40 MB", {.body = text + std::string(40 << 20, ' ')}, network},
       {"cut in the middle", {.body = text + std::string(500, ' '), .cutAfter = 300}, network},
+      {"cut in the head", {.raw = "HTTP/1.1 200 OK\r\n"}, network},
       {"an end without a beginning", {.cutAfter = 0}, network},
   };
   testing::internal::CaptureStderr();

@@ -127,7 +127,14 @@ TEST(HTTPClientTest, GivesNothingForAResponseThatIsNoneOrTooLong) {
   constexpr std::size_t megabyte = 1 << 20;
   const std::pair<const char*, Answer> cases[] = {
       {"cut at once", {.cutAfter = 0}},
-      {"cut within the head", {.cutAfter = 20}},
+      {"cut within the first line", {.cutAfter = 8}},
+      {"cut behind the first line", {.raw = "HTTP/1.1 200 OK\r\n"}},
+      {"cut within a header", {.raw = "HTTP/1.1 200 OK\r\nContent-Le"}},
+      {"cut behind a header", {.raw = "HTTP/1.1 200 OK\r\nX-Long: a\r\n"}},
+      {"cut within the end of the head", {.raw = "HTTP/1.1 200 OK\r\nX-Long: a\r\n\r"}},
+      {"cut behind a hint", {.raw = "HTTP/1.1 103 Early Hints\r\nX-Early: yes\r\n\r\n"}},
+      {"cut behind a hint and a first line",
+       {.raw = "HTTP/1.1 103 Early Hints\r\n\r\nHTTP/1.1 200 OK\r\n"}},
       {"cut within the body", {.body = std::string(1'000, 'x'), .cutAfter = 500}},
       {"no HTTP", {.raw = "220 mail.example.com ready\r\n\r\n"}},
       {"too long, and says so", {.body = std::string(40 * megabyte, ' ')}},

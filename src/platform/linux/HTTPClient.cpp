@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "platform/TimerSchedule.h"
 
@@ -71,14 +72,21 @@ class HeaderList final {
 struct Incoming {
   std::string body;
   std::size_t headerBytes = 0;
+  // Of the last response so far: libcurl takes one that was cut within its head for a whole one.
+  bool isHeadWhole = false;
   MonotonicTime lastByte = std::chrono::steady_clock::now();
 };
 
 // Anything but `size` as the result ends the exchange.
-std::size_t takeHeader(const char*, std::size_t, std::size_t size, void* context) noexcept {
+std::size_t takeHeader(const char* bytes, std::size_t, std::size_t size, void* context) noexcept {
   auto& incoming = *static_cast<Incoming*>(context);
+  const std::string_view line(bytes, size);
   incoming.lastByte = std::chrono::steady_clock::now();
   incoming.headerBytes += size;
+  if (line.starts_with("HTTP/"))
+    incoming.isHeadWhole = false;
+  else if (line == "\r\n" || line == "\n")
+    incoming.isHeadWhole = true;
   return incoming.headerBytes <= HTTPClient::maxHeaders ? size : 0;
 }
 
@@ -146,7 +154,7 @@ bool perform(CURLM* multi,
     if (curl_multi_perform(multi, &running) != CURLM_OK)
       return false;
     if (const auto result = ended(multi))
-      return *result == CURLE_OK;
+      return *result == CURLE_OK && incoming.isHeadWhole;
     const auto left = std::min(deadline, incoming.lastByte + HTTPClient::maxSilence) -
                       std::chrono::steady_clock::now();
     if (left <= left.zero())
