@@ -3,6 +3,7 @@
 #include "github/GitHubURLSessionTransport.h"
 
 #include <array>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -110,6 +111,53 @@ TEST(GitHubURLSessionTransportTest, TellsEveryFaultApart) {
     EXPECT_THAT(server.requests(), SizeIs(0));
   }
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+// The most memory that this process has had since the last look, in bytes.
+std::size_t peakMemory() {
+  std::ifstream status("/proc/self/status");
+  std::string word;
+  std::size_t kilobytes = 0;
+  while (status >> word) {
+    if (word == "VmHWM:")
+      status >> kilobytes;
+  }
+  std::ofstream("/proc/self/clear_refs") << 5;
+  return kilobytes << 10;
+}
+
+TEST(GitHubURLSessionTransportTest, NoAnswerTakesUpMuchMemory) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer needs memory of its own";
+#endif
+  // As long as an answer may be; the second of each triple is repeated.
+  const std::string node =
+      R"({"number":1,"createdAt":"2026-10-01T08:00:00Z","updatedAt":"2026-10-03T08:00:00Z",)"
+      R"("repository":{"nameWithOwner":"o/r"},"url":")" +
+      std::string(HTTPClient::maxBody / 100, 'x') + "\"},";
+  const std::array<std::string, 3> parts[] = {
+      {R"({"data":{"a":")", "text", "\"}}"},
+      {R"({"data":{"a":")", "\\n", "\"}}"},
+      {R"({"data":{"a":[)", '"' + std::string(HTTPClient::maxBody / 19'900, 'x') + "\",", "0]}}"},
+      {R"({"data":{"a":[)", R"({"a":{}},)", "0]}}"},
+      {R"({"data":{"search":{"pageInfo":{"hasNextPage":true,"endCursor":"c"},"nodes":[)",
+       node,
+       "0]}}}"},
+  };
+  for (const auto& [head, unit, tail] : parts) {
+    SCOPED_TRACE(unit.substr(0, 20));
+    std::string body = head;
+    body.reserve(HTTPClient::maxBody);
+    while (body.size() + unit.size() + tail.size() <= HTTPClient::maxBody)
+      body += unit;
+    body += tail;
+    const LoopbackServer server([&](const HTTPRequest&) { return Answer{.body = body}; });
+    RedirectedTransport transport(server.origin());
+    peakMemory();
+    const auto before = peakMemory();
+    GitHubSearch::fetchAll("octo", now, token, transport, now);
+    EXPECT_LT(peakMemory(), before + (std::size_t{20} << 20));
+  }
 }
 
 TEST(GitHubURLSessionTransportTest, TakesTheTokenNowhereElse) {
