@@ -2,9 +2,10 @@
 
 // Sends HTTP requests over the network, through libcurl, and blocks until the response is there.
 // Without state: safe on every thread, any number of requests at once, each over a connection of
-// its own. No cookies, no cache, no redirects; a server of "https" must be trusted by the system.
-// Proxies are taken from the environment ("https_proxy" and the like). Tells nobody what it sends:
-// nothing is logged, and a failure has no text.
+// its own. No cookies, no cache, no redirects; a server of "https" must be trusted by the system,
+// or by the authorities in the file that SSL_CERT_FILE names. Proxies too are taken from the
+// environment ("https_proxy" and the like). Tells nobody what it sends: nothing is logged, and a
+// failure has no text.
 
 #include <chrono>
 #include <cstddef>
