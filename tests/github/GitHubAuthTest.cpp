@@ -5,10 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include "FakeTokenStore.h"
 #include "LockedTokenStore.h"
 #include "helpers/ManualClock.h"
 #include "helpers/ManualQueue.h"
+#include "helpers/ScriptedGitHub.h"
 #include "platform/MemoryUserDefaults.h"
 
 namespace tessivane {

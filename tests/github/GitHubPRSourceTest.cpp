@@ -64,7 +64,8 @@ class GitHubPRSourceTest : public testing::Test {
   ManualQueue queue_{clock_};
   ManualQueue worker_{clock_};
   std::shared_ptr<ScriptedTransport> transport_ = std::make_shared<ScriptedTransport>();
-  std::shared_ptr<MemoryTokenStore> store_ = std::make_shared<MemoryTokenStore>();
+  std::shared_ptr<FakeTokenStore> store_ =
+      std::make_shared<FakeTokenStore>(GitHubSignIn{.login = "me", .token = "secret"});
   std::optional<std::string> ghToken_;
   std::shared_ptr<GitHubAuth> auth_ = std::make_shared<GitHubAuth>(
       store_, [this](const std::stop_token&) { return ghToken_; }, clock_.clock());

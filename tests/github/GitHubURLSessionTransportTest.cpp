@@ -5,7 +5,6 @@
 #include <array>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -33,9 +32,9 @@ constexpr Date now = ManualClock::defaultStart;
 // Would be seen in any log or text that it gets into.
 constexpr std::string_view token = "gho_secret";
 
-GitHubResult<json> ask(const LoopbackServer& server, const std::stop_token& stop = {}) {
+GitHubResult<json> ask(const LoopbackServer& server) {
   RedirectedTransport transport(server.origin());
-  return GitHubAPI::graphQL(token, "query { a }", nullptr, transport, now, stop);
+  return GitHubAPI::graphQL(token, "query { a }", nullptr, transport, now);
 }
 
 TEST(GitHubURLSessionTransportTest, FetchesAllPages) {
@@ -158,28 +157,6 @@ TEST(GitHubURLSessionTransportTest, NoAnswerTakesUpMuchMemory) {
     GitHubSearch::fetchAll("octo", now, token, transport, now);
     EXPECT_LT(peakMemory(), before + (std::size_t{20} << 20));
   }
-}
-
-TEST(GitHubURLSessionTransportTest, TakesTheTokenNowhereElse) {
-  const LoopbackServer other;
-  const LoopbackServer server([&](const HTTPRequest&) {
-    return Answer{.status = 307, .headers = {{"Location", other.url("/graphql")}}};
-  });
-  const GitHubError expected{.kind = Kind::http, .status = 307};
-  EXPECT_EQ(std::get<GitHubError>(ask(server)), expected);
-  EXPECT_EQ(other.connections(), 0U);
-}
-
-TEST(GitHubURLSessionTransportTest, StopsBetweenAndWithinPages) {
-  std::stop_source source;
-  const LoopbackServer server([&](const HTTPRequest&) {
-    source.request_stop();
-    return Answer{.silent = true};
-  });
-  const GitHubError network{.kind = Kind::network};
-  EXPECT_EQ(std::get<GitHubError>(ask(server, source.get_token())), network);
-  EXPECT_EQ(std::get<GitHubError>(ask(server, source.get_token())), network);
-  EXPECT_EQ(server.connections(), 1U);
 }
 
 }  // namespace
