@@ -176,6 +176,13 @@ class Service final {
 
  private:
   bool hasOpenKeyring() const {
+    GVariant* const paths =
+        g_dbus_proxy_get_cached_property(G_DBUS_PROXY(service_.get()), "Collections");
+    // What libsecret takes for granted, and complains of aloud, is not there when the service is
+    // going just now.
+    if (paths == nullptr)
+      return false;
+    g_variant_unref(paths);
     if (secret_service_load_collections_sync(service_.get(), cancellable_, nullptr) == FALSE)
       return false;
     GList* const keyrings = secret_service_get_collections(service_.get());
