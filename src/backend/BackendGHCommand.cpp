@@ -14,13 +14,6 @@ namespace {
 
 constexpr std::size_t maxTitle = 200;  // characters
 
-std::string lowerASCII(std::string_view text) {
-  std::string result(text);
-  for (char& c : result)
-    c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  return result;
-}
-
 std::optional<std::int64_t> decimal(std::string_view text) {
   std::int64_t number = 0;
   const char* end = text.data() + text.size();
@@ -36,7 +29,7 @@ std::optional<std::string> repositoryFlag(std::string_view tail) {
   const auto match = pattern.firstMatch(tail);
   if (!match)
     return std::nullopt;
-  std::string slug = lowerASCII(*match->group(1));
+  std::string slug = loweredASCII(*match->group(1));
   if (slug.ends_with(".git"))
     slug.resize(slug.size() - 4);
   return slug;
@@ -220,7 +213,7 @@ std::optional<BackendGHCommand::PullURL> BackendGHCommand::lastPullURL(std::stri
   const auto number = match ? decimal(*match->group(2)) : std::nullopt;
   if (!number)
     return std::nullopt;
-  return PullURL{.slug = lowerASCII(*match->group(1)), .number = *number};
+  return PullURL{.slug = loweredASCII(*match->group(1)), .number = *number};
 }
 
 std::vector<std::string> BackendGHCommand::shellWords(std::string_view text) {

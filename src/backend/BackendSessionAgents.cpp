@@ -1,10 +1,11 @@
 #include "backend/BackendSessionAgents.h"
 
-#include <algorithm>
 #include <array>
 #include <string>
 #include <string_view>
 #include <utility>
+
+#include "support/Text.h"
 
 namespace tessivane {
 
@@ -14,10 +15,7 @@ std::optional<Agent> BackendSessionAgents::engine(const AgentSession& session) {
   if (session.agent != Agent::t3)
     return session.agent;
   // Names of models are ASCII; the rest stays as it is.
-  std::string model = session.model;
-  std::ranges::transform(model, model.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
+  const std::string model = loweredASCII(session.model);
   for (const auto& [name, agent] : families) {
     if (model.find(name) != std::string::npos)
       return agent;

@@ -1,20 +1,10 @@
 #include "git/BackendGitConfig.h"
 
-#include <algorithm>
-
 #include "support/Text.h"
 
 namespace tessivane {
 
 namespace {
-
-char lowered(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool equalIgnoringCase(std::string_view a, std::string_view b) {
-  return std::ranges::equal(a, b, {}, lowered, lowered);
-}
 
 char unescaped(char c) {
   switch (c) {
@@ -57,6 +47,7 @@ std::string plainValue(std::string_view raw) {
 std::optional<std::string> BackendGitConfig::value(std::string_view text,
                                                    std::string_view section,
                                                    std::string_view key) {
+  const std::string wanted = loweredASCII(key);
   bool inside = false;
   while (!text.empty()) {
     const auto end = text.find('\n');
@@ -68,7 +59,7 @@ std::optional<std::string> BackendGitConfig::value(std::string_view text,
     }
     const auto equals = line.find('=');
     if (inside && equals != std::string_view::npos &&
-        equalIgnoringCase(trimmed(line.substr(0, equals)), key))
+        loweredASCII(trimmed(line.substr(0, equals))) == wanted)
       return plainValue(trimmed(line.substr(equals + 1)));
   }
   return std::nullopt;

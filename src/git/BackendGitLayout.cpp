@@ -186,10 +186,7 @@ std::optional<std::string> BackendGitLayout::remoteSlug(const std::string& dir) 
 }
 
 std::optional<std::string> BackendGitLayout::slug(std::string_view url) {
-  std::string lowered(url);
-  std::ranges::transform(lowered, lowered.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
+  const std::string lowered = loweredASCII(url);
   auto rest = behindHost(lowered).value_or("");
   if (rest.starts_with(':') && lowered.find("://") != std::string::npos) {
     rest.remove_prefix(1);

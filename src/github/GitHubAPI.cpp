@@ -50,23 +50,23 @@ void logPartial(const std::vector<std::string>& types) {
   std::fprintf(stderr, "Tessivane: GitHub GraphQL partial errors (%s)\n", line.c_str());
 }
 
-GitHubResult<json> dataOf(const json& answer, std::optional<Seconds> retryAfter) {
-  const json* const data = objectField(answer, "data");
+GitHubResult<json> dataOf(json answer, std::optional<Seconds> retryAfter) {
+  const bool hasData = objectField(answer, "data") != nullptr;
   const auto errors = answer.find("errors");
   if (errors == answer.end()) {
-    if (data == nullptr)
+    if (!hasData)
       return GitHubError{.kind = Kind::malformed};
-    return *data;
+    return std::move(answer["data"]);
   }
   const auto types = errorTypes(*errors);
   if (!types)
     return GitHubError{.kind = Kind::malformed};
   if (std::ranges::find(*types, "RATE_LIMITED") != types->end())
     return GitHubError{.kind = Kind::rateLimited, .retryAfter = retryAfter};
-  if (data == nullptr)
+  if (!hasData)
     return GitHubError{.kind = Kind::graphQL};
   logPartial(*types);
-  return *data;
+  return std::move(answer["data"]);
 }
 
 }  // namespace
@@ -125,10 +125,10 @@ GitHubResult<json> GitHubAPI::graphQL(std::string_view token,
     return GitHubError{.kind = Kind::network};
   if (const auto error = classify(*response, now))
     return *error;
-  const std::optional<json> answer = jsonObject(response->body);
+  std::optional<json> answer = jsonObject(response->body);
   if (!answer)
     return GitHubError{.kind = Kind::malformed};
-  return dataOf(*answer, retryAfter(*response, now));
+  return dataOf(*std::move(answer), retryAfter(*response, now));
 }
 
 GitHubResult<std::string> GitHubAPI::viewerLogin(std::string_view token,

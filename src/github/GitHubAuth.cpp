@@ -27,44 +27,52 @@ std::optional<GitHubCredential> GitHubAuth::credential(const std::stop_token& st
       .token = *token, .source = GitHubCredentialSource::ghCLI, .login = login(*token)};
 }
 
+// One from the future was made before the clock was set back.
+bool GitHubAuth::isFresh(Date reading) const {
+  const Seconds age = elapsed(reading, clock_());
+  return age >= Seconds(0) && age < readingAge;
+}
+
 std::optional<GitHubSignIn> GitHubAuth::ownSignIn() {
   for (;;) {
-    std::uint64_t generation = 0;
+    Keychain known;
     {
       const MutexLock lock(lock_);
-      if (keychain_.isRead)
-        return keychain_.signIn;
-      generation = keychain_.generation;
+      known = keychain_;
     }
+    if (known.isRead && (known.signIn || isFresh(known.at)))
+      return known.signIn;
     auto signIn = store_->load();
-    const MutexLock lock(lock_);
-    // Else somebody has signed in or out meanwhile.
-    if (keychain_.generation == generation) {
-      keychain_.isRead = true;
-      keychain_.signIn = std::move(signIn);
+    const Date now = clock_();
+    const bool isNews = known.isRead && signIn;
+    {
+      const MutexLock lock(lock_);
+      // Somebody has signed in or out meanwhile.
+      if (keychain_.generation != known.generation)
+        continue;
+      keychain_ =
+          Keychain{.isRead = true, .signIn = signIn, .at = now, .generation = known.generation};
     }
+    if (isNews)
+      notify();
+    return signIn;
   }
 }
 
 std::optional<std::string> GitHubAuth::commandToken(const std::stop_token& stop) {
-  std::uint64_t generation = 0;
+  GH known;
   {
-    const Date now = clock_();
     const MutexLock lock(lock_);
-    if (gh_.reading) {
-      const Seconds age = elapsed(gh_.reading->at, now);
-      // A reading from the future was made before the clock was set back.
-      if (age >= Seconds(0) && age < ghAge)
-        return gh_.reading->token;
-    }
-    generation = gh_.generation;
+    known = gh_;
   }
+  if (known.reading && isFresh(known.reading->at))
+    return known.reading->token;
   auto token = ghToken_(stop);
   if (stop.stop_requested())
     return std::nullopt;
   const Date now = clock_();
   const MutexLock lock(lock_);
-  if (gh_.generation == generation)
+  if (gh_.generation == known.generation)
     gh_.reading = GHReading{.token = token, .at = now};
   return token;
 }

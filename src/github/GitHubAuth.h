@@ -33,11 +33,14 @@ class GitHubAuth final {
   GitHubAuth& operator=(const GitHubAuth&) = delete;
   ~GitHubAuth() = default;
 
-  /// How long an answer of `gh` holds, that there is no token included.
-  static constexpr Seconds ghAge{300};
+  /// How long an answer of `gh` holds, that there is no token included, and how long the store is
+  /// believed to have no sign-in: a keyring that is locked says the same as one that is empty, and
+  /// is opened some time after the desktop has come up.
+  static constexpr Seconds readingAge{300};
 
-  /// The credential in force. The store is read once per sign-in state, `gh` at most every 300
-  /// seconds or at once after `markInvalid`. What was cut short by `stop` is not kept.
+  /// The credential in force. A sign-in that the store has is read once; a store without one and
+  /// `gh` are read at most every 300 seconds, `gh` also at once after `markInvalid`. What was cut
+  /// short by `stop` is not kept.
   std::optional<GitHubCredential> credential(const std::stop_token& stop = {});
 
   /// Has the next `credential` read the store and `gh` in any case: for a person who looks again
@@ -67,11 +70,12 @@ class GitHubAuth final {
   [[nodiscard]] std::shared_ptr<void> observe(std::function<void()> changed);
 
  private:
-  // What was read last. Whoever reads compares `generation` before and after: when it has moved on,
-  // the reading is of the past and must not be kept.
+  // What was read last, and when. Whoever reads compares `generation` before and after: when it has
+  // moved on, the reading is of the past and must not be kept.
   struct Keychain {
     bool isRead = false;
     std::optional<GitHubSignIn> signIn = {};
+    Date at = distantPast;
     std::uint64_t generation = 0;
   };
   struct GHReading {
@@ -86,6 +90,7 @@ class GitHubAuth final {
     std::function<void()> changed;
   };
 
+  bool isFresh(Date reading) const;
   std::optional<GitHubSignIn> ownSignIn();
   std::optional<std::string> commandToken(const std::stop_token& stop);
   void forgetKeychain() REQUIRES_LOCK(lock_);

@@ -7,6 +7,7 @@
 #include "github/GitHubAPI.h"
 #include "github/GitHubCredential.h"
 #include "github/GitHubJSON.h"
+#include "support/Text.h"
 
 namespace tessivane {
 
@@ -21,26 +22,6 @@ constexpr const char* grantType = "urn:ietf:params:oauth:grant-type:device_code"
 constexpr Seconds shortestInterval{1};
 // What is added when GitHub finds us too fast.
 constexpr Seconds slowdown{5};
-
-bool isUnreserved(char character) {
-  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
-         (character >= '0' && character <= '9') ||
-         std::string_view("-._~").find(character) != std::string_view::npos;
-}
-
-std::string percentEncoded(std::string_view text) {
-  constexpr const char* digits = "0123456789ABCDEF";
-  std::string encoded;
-  for (const char character : text) {
-    if (isUnreserved(character)) {
-      encoded += character;
-      continue;
-    }
-    const auto byte = static_cast<unsigned char>(character);
-    encoded += {'%', digits[byte >> 4U], digits[byte & 0xFU]};
-  }
-  return encoded;
-}
 
 std::optional<Seconds> secondsField(const json& object, const char* key) {
   const auto found = object.find(key);

@@ -12,7 +12,7 @@ namespace {
 using nlohmann::json;
 
 constexpr std::ptrdiff_t deepest = 100;
-constexpr std::size_t mostValues = 100'000;
+constexpr std::size_t mostValues = 20'000;
 
 // Whether a text that is JSON can be built without taking up many times its own memory, and copied
 // without exhausting the stack: a copy goes as deep as the values do. A bracket or comma outside of

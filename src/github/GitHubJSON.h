@@ -12,7 +12,7 @@
 namespace tessivane {
 
 /// The object that `body` holds. Nothing when it is not one whole JSON object, and when it is far
-/// beyond what GitHub sends: more than 100 levels deep or of more than 100,000 values.
+/// beyond what GitHub sends: more than 100 levels deep or of more than 20,000 values.
 std::optional<nlohmann::json> jsonObject(std::string_view body);
 
 /// The field of an object when it is a string. Nothing also when `value` is no object.

@@ -69,11 +69,13 @@ std::optional<std::string> GitHubRemoteURL::nameWithOwner(std::string_view url) 
   const auto address = addressOf(withoutQuotes(url));
   if (!address || std::ranges::find(hosts, loweredASCII(address->host)) == hosts.end())
     return std::nullopt;
-  const auto slash = address->path.find('/');
-  if (slash == std::string_view::npos)
-    return std::nullopt;
-  const auto owner = address->path.substr(0, slash);
-  auto name = address->path.substr(slash + 1);
+  // Git and GitHub take no notice of a slash too many at either end.
+  auto path = address->path;
+  path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+  path = path.substr(0, path.find_last_not_of('/') + 1);
+  const auto slash = std::min(path.find('/'), path.size());
+  const auto owner = path.substr(0, slash);
+  auto name = path.substr(std::min(slash + 1, path.size()));
   if (loweredASCII(name).ends_with(".git"))
     name.remove_suffix(4);
   if (owner.empty() || name.empty() || name.find('/') != std::string_view::npos)

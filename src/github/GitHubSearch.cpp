@@ -33,6 +33,8 @@ constexpr std::string_view searchQuery = R"(query($q: String!, $cursor: String) 
 // GitHub takes a moment until its search knows an update, so what was asked for is asked for again.
 constexpr std::chrono::seconds overlap{120};
 constexpr std::size_t titleLength = 200;
+// What the query asks for; more would come from no GitHub.
+constexpr std::size_t maxNodes = 100;
 
 std::optional<std::int64_t> integerField(const json& value, std::string_view key) {
   const auto found = value.find(key);
@@ -94,8 +96,8 @@ std::optional<GitHubSearch::Page> GitHubSearch::parsePage(const json& data) {
   const auto nodes = search->find("nodes");
   if (nodes == search->end() || !nodes->is_array())
     return page;
-  for (const json& node : *nodes) {
-    if (auto pr = parseNode(node))
+  for (std::size_t i = 0; i < std::min(nodes->size(), maxNodes); ++i) {
+    if (auto pr = parseNode((*nodes)[i]))
       page.prs.push_back(*std::move(pr));
   }
   return page;

@@ -39,8 +39,8 @@ class GitHubSearch final {
                                                       Date now,
                                                       const std::stop_token& stop = {});
 
-  /// A page out of the "data" of an answer. Nodes that are no usable pull request are skipped;
-  /// nothing when there is no "search" object.
+  /// A page out of the "data" of an answer. Nodes that are no usable pull request are skipped, as
+  /// are all beyond the 100 that a page has; nothing when there is no "search" object.
   static std::optional<Page> parsePage(const nlohmann::json& data);
 
   static std::optional<GitHubPR> parseNode(const nlohmann::json& node);

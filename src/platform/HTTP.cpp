@@ -3,21 +3,15 @@
 #include <algorithm>
 #include <cstring>
 
+#include "support/Text.h"
+
 namespace tessivane {
 
-namespace {
-
-// Header names are ASCII; the process's locale has no say.
-char lowered(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-}  // namespace
-
 std::optional<std::string> HTTPResponse::header(std::string_view name) const {
-  const auto found = std::find_if(headers.rbegin(), headers.rend(), [name](const HTTPHeader& item) {
-    return std::ranges::equal(item.name, name, {}, lowered, lowered);
-  });
+  const auto found = std::find_if(
+      headers.rbegin(), headers.rend(), [wanted = loweredASCII(name)](const auto& item) {
+        return loweredASCII(item.name) == wanted;
+      });
   if (found == headers.rend())
     return std::nullopt;
   return found->value;

@@ -40,23 +40,6 @@ bool waitedForLock(const ReadOnlyDatabase& db) {
   return db.lastError() == "database is locked";
 }
 
-// Everything but the characters that a URL takes unescaped anywhere.
-std::string percentEscaped(std::string_view text) {
-  static constexpr std::string_view digits = "0123456789ABCDEF";
-  std::string escaped;
-  for (const char c : text) {
-    const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                       c == '-' || c == '.' || c == '_' || c == '~';
-    if (plain) {
-      escaped += c;
-    } else {
-      const auto byte = static_cast<unsigned char>(c);
-      escaped += {'%', digits[byte >> 4], digits[byte & 15]};
-    }
-  }
-  return escaped;
-}
-
 // Text to be shown; empty when the row has none.
 std::string shownText(const DatabaseRow& row, std::string_view column) {
   const std::string* text = row.text(column);
@@ -257,14 +240,14 @@ std::optional<std::string> T3Provider::escapedEnvironment(const std::string& dbP
   const auto file = readWholeFile(joinedPath(directory, "environment-id"), maxEnvironmentBytes);
   if (!file || !isValidUTF8(*file) || trimmed(*file).empty())
     return std::nullopt;
-  return percentEscaped(trimmed(*file));
+  return percentEncoded(trimmed(*file));
 }
 
 std::optional<std::string> T3Provider::threadURL(std::string_view thread,
                                                  std::string_view escapedEnvironment) {
   if (!isValidUTF8(thread))
     return std::nullopt;
-  return "t3code://threads/" + std::string(escapedEnvironment) + "/" + percentEscaped(thread);
+  return "t3code://threads/" + std::string(escapedEnvironment) + "/" + percentEncoded(thread);
 }
 
 std::string_view T3Provider::sql(std::string_view name) {

@@ -13,6 +13,7 @@
 #include <sqlite3.h>
 
 #include "support/ReadOnlyVFS.h"
+#include "support/Text.h"
 
 namespace tessivane {
 
@@ -52,23 +53,6 @@ bool hasStrangeCompanion(const std::string& path) {
     return fileExists(companion) && !fileStamp(companion);
   };
   return isStrange(logPath(path)) || isStrange(indexPath(path)) || isStrange(path + "-journal");
-}
-
-std::string percentEncoded(std::string_view path) {
-  static constexpr std::string_view digits = "0123456789ABCDEF";
-  std::string result;
-  for (const char c : path) {
-    const auto byte = static_cast<unsigned char>(c);
-    const bool plain = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
-                       (byte >= '0' && byte <= '9') ||
-                       std::string_view("/-._~!$&'()*+,;=:@").find(c) != std::string_view::npos;
-    if (plain) {
-      result += c;
-    } else {
-      result += {'%', digits[byte >> 4], digits[byte & 15]};
-    }
-  }
-  return result;
 }
 
 enum class Access { throughLog, immutable, privateCopy, plain };
@@ -187,7 +171,7 @@ void ReadOnlyDatabase::connect() {
   } else if (copies_ != nullptr) {
     copies_->reset();
   }
-  uri_ = "file:" + percentEncoded(file);
+  uri_ = "file:" + percentEncoded(file, "/");
   uri_ += access == Access::immutable ? "?immutable=1" : "?mode=ro";
   if (access == Access::throughLog)
     uri_ += "&readonly_shm=1";

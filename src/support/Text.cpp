@@ -170,4 +170,20 @@ std::string loweredASCII(std::string_view text) {
   return lowered;
 }
 
+std::string percentEncoded(std::string_view text, std::string_view kept) {
+  constexpr std::string_view digits = "0123456789ABCDEF";
+  constexpr std::string_view unreserved =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+  std::string encoded;
+  for (const char c : text) {
+    if (unreserved.find(c) != std::string_view::npos || kept.find(c) != std::string_view::npos) {
+      encoded += c;
+      continue;
+    }
+    const auto byte = static_cast<unsigned char>(c);
+    encoded += {'%', digits[byte >> 4U], digits[byte & 0xFU]};
+  }
+  return encoded;
+}
+
 }  // namespace tessivane

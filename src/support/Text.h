@@ -27,4 +27,8 @@ std::string collapsedWhitespace(std::string_view text);
 /// `text` with the letters A to Z in lower case, every other byte as it is.
 std::string loweredASCII(std::string_view text);
 
+/// `text` with every byte as "%XX" but those that a URL takes anywhere (ASCII letters and digits,
+/// "-._~") and those in `kept`.
+std::string percentEncoded(std::string_view text, std::string_view kept = {});
+
 }  // namespace tessivane

@@ -65,7 +65,8 @@ class BackendActivityGitHubTest : public ActivityRun {
 
   ManualQueue worker_{clock_};
   std::shared_ptr<ScriptedTransport> transport_ = std::make_shared<ScriptedTransport>();
-  std::shared_ptr<MemoryTokenStore> tokens_ = std::make_shared<MemoryTokenStore>();
+  std::shared_ptr<FakeTokenStore> tokens_ =
+      std::make_shared<FakeTokenStore>(GitHubSignIn{.login = "me", .token = "secret"});
   std::shared_ptr<GitHubAuth> auth_ = std::make_shared<GitHubAuth>(
       tokens_, [](const std::stop_token&) { return std::nullopt; }, clock_.clock());
 };

@@ -154,6 +154,9 @@ TEST(GitHubAPITest, TakesTheDataOrTellsWhyThereIsNone) {
     return "Tessivane: GitHub GraphQL partial errors (" + types + ")\n";
   };
   const std::string deep(50'000, '[');
+  std::string many;
+  for (int i = 0; i < 25'000; ++i)
+    many += "0,";
   const Case cases[] = {
       {R"({"data": {"a": 1}})", R"({"a":1})", {}, ""},
       {R"({"data": {}})", "{}", {}, ""},
@@ -170,6 +173,7 @@ TEST(GitHubAPITest, TakesTheDataOrTellsWhyThereIsNone) {
       {R"({"data": {"a": "\ud800"}})", "", malformed, ""},
       {R"({"data": {"a": )" + deep, "", malformed, ""},
       {R"({"data": {"a": )" + deep + std::string(50'000, ']') + "}}", "", malformed, ""},
+      {R"({"data": {"a": [)" + many + "0]}}", "", malformed, ""},
       {R"({"data": {"a": "\"\\)" + deep + "\"}}", R"({"a":"\"\\)" + deep + "\"}", {}, ""},
 
       {R"({"data": {}, "errors": null})", "", malformed, ""},
@@ -209,15 +213,6 @@ TEST(GitHubAPITest, LooksAtTheBodyOfASuccessOnly) {
                       .body = R"({"errors": [{"type": "RATE_LIMITED"}]})"}})
                 .error,
             limited(Seconds(90)));
-}
-
-TEST(GitHubAPITest, BuildsNoAnswerOfMillionsOfValues) {
-  // A thousandfold of what GitHub sends, and 16 times as much in memory as in the body.
-  std::string body = R"({"data": {"a": [0)";
-  for (int i = 0; i < 1'000'000; ++i)
-    body += ",0";
-  body += "]}}";
-  EXPECT_EQ(graphQL({{.status = 200, .body = body}}).error, GitHubError{.kind = Kind::malformed});
 }
 
 TEST(GitHubAPITest, AsksWhoIsSignedIn) {

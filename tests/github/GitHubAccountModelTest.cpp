@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "FakeTokenStore.h"
 #include "helpers/ManualClock.h"
 #include "helpers/ManualQueue.h"
+#include "helpers/ScriptedGitHub.h"
 #include "platform/MemoryUserDefaults.h"
 
 namespace tessivane {
@@ -292,13 +292,6 @@ TEST_F(GitHubAccountModelTest, WhatIsCancelledReportsNothing) {
       EXPECT_EQ(store_->signIn, std::nullopt) << test.name << " during request " << request;
     }
   }
-}
-
-TEST_F(GitHubAccountModelTest, ASleepThatIsCancelledAsksNoMore) {
-  duringSleep_ = [this] { model_->cancelSignIn(); };
-  signInWith({token}, {viewer});
-  EXPECT_EQ(transport_->requests, 1);
-  EXPECT_EQ(signIn(), Model::SignIn(Model::Idle{}));
 }
 
 TEST_F(GitHubAccountModelTest, ACancelledSignInThatIsNotYetBegunAsksNobody) {

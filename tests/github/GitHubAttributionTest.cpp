@@ -24,6 +24,8 @@ TEST(GitHubRemoteURLTest, TakesTheFormsOfAnAddress) {
       {"git@github.com:o/r.git", "o/r"},
       {"'git@www.github.com:o/r'", "o/r"},
       {"git@github.com:o/r.git.git", "o/r.git"},
+      {"https://github.com/o/r/", "o/r"},
+      {"git@github.com:/o/r.git/", "o/r"},
       {"github.com:o/r", nullptr},
       {"/srv/github.com/o/r", nullptr},
       {"https://example.com/github.com/o/r", nullptr},

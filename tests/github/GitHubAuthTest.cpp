@@ -5,10 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include "FakeTokenStore.h"
 #include "LockedTokenStore.h"
 #include "helpers/ManualClock.h"
 #include "helpers/ManualQueue.h"
+#include "helpers/ScriptedGitHub.h"
 #include "platform/MemoryUserDefaults.h"
 
 namespace tessivane {
@@ -88,6 +88,25 @@ TEST_F(GitHubAuthTest, AnAnswerOfGHHoldsForFiveMinutes) {
   auth_.credential();
   EXPECT_EQ(ghRuns_, 6);
   EXPECT_EQ(changes_, 0);
+}
+
+TEST_F(GitHubAuthTest, AKeyringThatWasLockedIsAskedAgain) {
+  ghToken_ = "t2";
+  EXPECT_EQ(auth_.credential(), command("t2"));
+  store_->signIn = GitHubSignIn{.login = "ann", .token = "t1"};
+  clock_.advance(Seconds(299.9));
+  EXPECT_EQ(auth_.credential(), command("t2"));
+  EXPECT_EQ(store_->loads, 1);
+  EXPECT_EQ(changes_, 0);
+  clock_.advance(Seconds(0.1));
+  EXPECT_EQ(auth_.credential(), own("t1", "ann"));
+  EXPECT_EQ(changes_, 1);
+
+  // Locked again, it has told all there is to know.
+  store_->signIn.reset();
+  clock_.advance(std::chrono::hours(24));
+  EXPECT_EQ(auth_.credential(), own("t1", "ann"));
+  EXPECT_EQ(store_->loads, 2);
 }
 
 TEST_F(GitHubAuthTest, ARefusedTokenHasGHReadAfresh) {

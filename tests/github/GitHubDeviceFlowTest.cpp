@@ -66,27 +66,6 @@ TEST(GitHubDeviceFlow, ReadsCodes) {
     EXPECT_EQ(Flow::parseCode(test.body), test.code) << test.body;
 }
 
-TEST(GitHubDeviceFlow, TellsWhyThereIsNoCode) {
-  using ErrorKind = GitHubError::Kind;
-  struct Case {
-    std::vector<HTTPResponse> responses;
-    GitHubError error;
-  };
-  const Case cases[] = {
-      {{}, {.kind = ErrorKind::network}},
-      {{{.status = 401}}, {.kind = ErrorKind::unauthorized}},
-      {{{.status = 404}}, {.kind = ErrorKind::http, .status = 404}},
-      {{{.status = 200, .body = R"({"error":"unauthorized_client"})"}},
-       {.kind = ErrorKind::malformed}},
-  };
-  for (const Case& test : cases) {
-    CannedTransport transport(test.responses);
-    const auto answer = Flow::requestCode("id", transport, ManualClock::defaultStart, {});
-    ASSERT_TRUE(std::holds_alternative<GitHubError>(answer));
-    EXPECT_EQ(std::get<GitHubError>(answer), test.error);
-  }
-}
-
 TEST(GitHubDeviceFlow, ReadsAnswers) {
   const Result malformed{.kind = Kind::failed, .reason = "malformed"};
   struct Case {

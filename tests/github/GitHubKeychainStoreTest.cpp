@@ -59,7 +59,7 @@ TEST_F(GitHubKeychainStoreTest, ASignInLastsUntilTheSignOut) {
 }
 
 TEST_F(GitHubKeychainStoreTest, AKeyringThatIsMuteMeansSignedOutWithinTwoSeconds) {
-  const SessionBus::Mute mute(*bus_, "org.freedesktop.secrets");
+  const SessionBus::Impostor mute(*bus_, "org.freedesktop.secrets");
   const auto auth = newRun();
   const auto start = steady_clock::now();
   EXPECT_EQ(auth->credential(), std::nullopt);

@@ -161,6 +161,8 @@ TEST(GitHubSearchTest, ReadsAPage) {
   }
   for (const char* data : {"{}", R"({"search": null})", R"({"search": []})", "null", "[]"})
     EXPECT_FALSE(GitHubSearch::parsePage(json::parse(data))) << data;
+  const json flood = {{"search", {{"nodes", std::vector(150, sampleNode())}}}};
+  EXPECT_THAT(GitHubSearch::parsePage(flood)->prs, SizeIs(100));
 }
 
 TEST(GitHubSearchTest, MovesItsCursorForwardOnly) {

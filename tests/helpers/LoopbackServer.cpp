@@ -176,9 +176,10 @@ void send(Connection& connection, const LoopbackServer::Answer& answer) {
 
 }  // namespace
 
-LoopbackServer::LoopbackServer(Handler handler, Kind kind) : handler_(std::move(handler)) {
+LoopbackServer::LoopbackServer(Handler handler, Kind kind, const TLSValidity& validity)
+    : handler_(std::move(handler)) {
   if (kind == Kind::https)
-    tls_ = std::make_unique<TLSServer>();
+    tls_ = std::make_unique<TLSServer>(validity);
   listen(kind);
   if (kind != Kind::closed)
     acceptor_ = std::thread([this] { acceptAll(); });

@@ -27,7 +27,7 @@ class LoopbackServer final {
  public:
   enum class Kind {
     http,
-    https,  ///< with a certificate for 127.0.0.1 that nobody but itself has signed
+    https,  ///< with a certificate that nobody but itself has signed
     closed  ///< a port that refuses every connection for as long as the value lives
   };
 
@@ -49,7 +49,9 @@ class LoopbackServer final {
   using Handler = std::function<Answer(const HTTPRequest& request)>;
 
   /// Listens on a free port. Throws when there is none. Without a handler, all is answered by 200.
-  explicit LoopbackServer(Handler handler = {}, Kind kind = Kind::http);
+  explicit LoopbackServer(Handler handler = {},
+                          Kind kind = Kind::http,
+                          const TLSValidity& validity = {});
   LoopbackServer(const LoopbackServer&) = delete;
   LoopbackServer& operator=(const LoopbackServer&) = delete;
   ~LoopbackServer();
@@ -57,6 +59,9 @@ class LoopbackServer final {
   /// Such as "http://127.0.0.1:40123".
   const std::string& origin() const { return origin_; }
   std::string url(std::string_view path = "/") const { return origin_ + std::string(path); }
+
+  /// Of `https`.
+  const std::string& certificate() const { return tls_->certificate(); }
 
   /// What has come in so far, in the order in which it was complete.
   std::vector<HTTPRequest> requests() const;

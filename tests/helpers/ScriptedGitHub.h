@@ -3,6 +3,7 @@
 // GitHub and a sign-in as a test plays them: answers from a list, by hand. For one thread.
 
 #include <deque>
+#include <functional>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -31,16 +32,33 @@ class ScriptedTransport final : public GitHubTransport {
   std::vector<nlohmann::json> requests;
 };
 
-class MemoryTokenStore final : public GitHubTokenStore {
+/// In memory. `duringLoad` is called in the middle of every load, with what is about to be given
+/// already read.
+class FakeTokenStore final : public GitHubTokenStore {
  public:
-  std::optional<GitHubSignIn> load() override { return signIn; }
-  bool save(const GitHubSignIn& newSignIn) override {
-    signIn = newSignIn;
+  explicit FakeTokenStore(std::optional<GitHubSignIn> stored = {}) : signIn(std::move(stored)) {}
+
+  std::optional<GitHubSignIn> load() override {
+    ++loads;
+    auto read = signIn;
+    if (duringLoad)
+      duringLoad();
+    return read;
+  }
+
+  bool save(const GitHubSignIn& saved) override {
+    if (!isWritable)
+      return false;
+    signIn = saved;
     return true;
   }
+
   void remove() override { signIn.reset(); }
 
-  std::optional<GitHubSignIn> signIn = GitHubSignIn{.login = "me", .token = "secret"};
+  std::optional<GitHubSignIn> signIn;
+  bool isWritable = true;
+  int loads = 0;
+  std::function<void()> duringLoad;
 };
 
 /// The answer to a search with these pull requests on its one page.

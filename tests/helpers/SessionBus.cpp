@@ -199,16 +199,52 @@ std::size_t SessionBus::secretCount(const std::string& service) const {
   return count;
 }
 
-struct SessionBus::Mute::State {
+struct SessionBus::Impostor::State {
   GDBusConnection* connection = nullptr;
-  bool leaves = false;
+  Manner manner = Manner::mute;
   std::atomic<bool> called = false;
+  std::atomic<bool> pressed = false;
+
+  // What one who is locked says; nothing where it is not prepared.
+  GVariant* answer(const std::string& method, const std::string& argument) {
+    if (method == "OpenSession" && argument == "plain")
+      return g_variant_new_parsed("(<''>, @o '/session')");
+    if (method == "GetAll" && argument == "org.freedesktop.Secret.Service")
+      return g_variant_new_parsed("({'Collections': <[@o '/keyring']>},)");
+    if (method == "GetAll" && argument == "org.freedesktop.Secret.Collection")
+      return g_variant_new_parsed("({'Locked': <true>, 'Items': <@ao []>},)");
+    if (method == "ReadAlias")
+      return g_variant_new_parsed("(@o '/keyring',)");
+    pressed = pressed || method == "SearchItems" || method == "Unlock" || method == "CreateItem";
+    return nullptr;
+  }
+
+  void reply(GDBusMessage* call) {
+    GVariant* const body = g_dbus_message_get_body(call);
+    GVariant* const first = body != nullptr && g_variant_n_children(body) > 0
+                                ? g_variant_get_child_value(body, 0)
+                                : nullptr;
+    const bool isText = first != nullptr && g_variant_is_of_type(first, G_VARIANT_TYPE_STRING) != 0;
+    GVariant* const said =
+        answer(g_dbus_message_get_member(call), isText ? g_variant_get_string(first, nullptr) : "");
+    if (first != nullptr)
+      g_variant_unref(first);
+    GDBusMessage* const message =
+        said != nullptr ? g_dbus_message_new_method_reply(call)
+                        : g_dbus_message_new_method_error_literal(
+                              call, "org.freedesktop.DBus.Error.NotSupported", "not here");
+    if (said != nullptr)
+      g_dbus_message_set_body(message, said);
+    g_dbus_connection_send_message(
+        connection, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
+    g_object_unref(message);
+  }
 };
 
-SessionBus::Mute::Mute(const SessionBus& bus, const std::string& name, bool leaves)
+SessionBus::Impostor::Impostor(const SessionBus& bus, const std::string& name, Manner manner)
     : state_(std::make_shared<State>()) {
   state_->connection = connect(bus.address_);
-  state_->leaves = leaves;
+  state_->manner = manner;
   GVariant* const answer =
       g_dbus_connection_call_sync(state_->connection,
                                   "org.freedesktop.DBus",
@@ -221,7 +257,7 @@ SessionBus::Mute::Mute(const SessionBus& bus, const std::string& name, bool leav
                                   -1,
                                   nullptr,
                                   nullptr);
-  require(answer != nullptr, "no name for the mute");
+  require(answer != nullptr, "no name for the impostor");
   g_variant_unref(answer);
   // On GIO's own thread, which may come a last time when the filter has been taken away.
   g_dbus_connection_add_filter(
@@ -232,8 +268,10 @@ SessionBus::Mute::Mute(const SessionBus& bus, const std::string& name, bool leav
           return message;
         State& state = **static_cast<std::shared_ptr<State>*>(data);
         state.called = true;
-        if (state.leaves)
+        if (state.manner == Manner::leaves)
           g_dbus_connection_close(connection, nullptr, nullptr, nullptr);
+        else if (state.manner == Manner::locked)
+          state.reply(message);
         g_object_unref(message);
         return static_cast<GDBusMessage*>(nullptr);
       },
@@ -241,12 +279,16 @@ SessionBus::Mute::Mute(const SessionBus& bus, const std::string& name, bool leav
       [](gpointer data) { delete static_cast<std::shared_ptr<State>*>(data); });
 }
 
-SessionBus::Mute::~Mute() {
+SessionBus::Impostor::~Impostor() {
   disconnect(state_->connection);
 }
 
-bool SessionBus::Mute::wasCalled() const {
+bool SessionBus::Impostor::wasCalled() const {
   return state_->called;
+}
+
+bool SessionBus::Impostor::wasPressed() const {
+  return state_->pressed;
 }
 
 }  // namespace tessivane

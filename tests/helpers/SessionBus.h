@@ -33,16 +33,24 @@ class SessionBus final {
   /// How many secrets the keyring has of a service, locked ones included.
   std::size_t secretCount(const std::string& service) const;
 
-  /// Somebody who has a name on the bus and answers nobody.
-  class Mute final {
+  /// Somebody who has a name on the bus and is of no use.
+  class Impostor final {
    public:
-    /// With `leaves`, goes from the bus on the first call.
-    Mute(const SessionBus& bus, const std::string& name, bool leaves = false);
-    Mute(const Mute&) = delete;
-    Mute& operator=(const Mute&) = delete;
-    ~Mute();
+    enum class Manner {
+      mute,    ///< answers nobody
+      leaves,  ///< goes from the bus on the first call
+      locked,  ///< a Secret Service whose one keyring is locked
+    };
+
+    Impostor(const SessionBus& bus, const std::string& name, Manner manner = Manner::mute);
+    Impostor(const Impostor&) = delete;
+    Impostor& operator=(const Impostor&) = delete;
+    ~Impostor();
 
     bool wasCalled() const;
+    /// Whether one who is locked was asked for anything that a service may ask the person to unlock
+    /// it for.
+    bool wasPressed() const;
 
    private:
     struct State;

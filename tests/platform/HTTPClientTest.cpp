@@ -4,6 +4,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstdlib>
 #include <limits>
 #include <string>
 #include <thread>
@@ -15,6 +16,7 @@
 
 #include "helpers/Event.h"
 #include "helpers/LoopbackServer.h"
+#include "helpers/TempHome.h"
 
 namespace tessivane {
 namespace {
@@ -127,7 +129,14 @@ TEST(HTTPClientTest, GivesNothingForAResponseThatIsNoneOrTooLong) {
   constexpr std::size_t megabyte = 1 << 20;
   const std::pair<const char*, Answer> cases[] = {
       {"cut at once", {.cutAfter = 0}},
-      {"cut within the head", {.cutAfter = 20}},
+      {"cut within the first line", {.cutAfter = 8}},
+      {"cut behind the first line", {.raw = "HTTP/1.1 200 OK\r\n"}},
+      {"cut within a header", {.raw = "HTTP/1.1 200 OK\r\nContent-Le"}},
+      {"cut behind a header", {.raw = "HTTP/1.1 200 OK\r\nX-Long: a\r\n"}},
+      {"cut within the end of the head", {.raw = "HTTP/1.1 200 OK\r\nX-Long: a\r\n\r"}},
+      {"cut behind a hint", {.raw = "HTTP/1.1 103 Early Hints\r\nX-Early: yes\r\n\r\n"}},
+      {"cut behind a hint and a first line",
+       {.raw = "HTTP/1.1 103 Early Hints\r\n\r\nHTTP/1.1 200 OK\r\n"}},
       {"cut within the body", {.body = std::string(1'000, 'x'), .cutAfter = 500}},
       {"no HTTP", {.raw = "220 mail.example.com ready\r\n\r\n"}},
       {"too long, and says so", {.body = std::string(40 * megabyte, ' ')}},
@@ -165,6 +174,53 @@ TEST(HTTPClientTest, TrustsNoServerThatVouchesForItself) {
     std::this_thread::yield();
   EXPECT_EQ(server.distrusts(), 1U);
   EXPECT_THAT(server.requests(), IsEmpty());
+}
+
+TEST(HTTPClientTest, TrustsWhomTheEnvironmentVouchesForWithinLimits) {
+  struct Case {
+    const char* name = "";
+    TLSValidity validity = {};
+    bool isVouchedFor = true;
+    bool isTrusted = false;
+  };
+  const Case cases[] = {
+      {.name = "in order", .isTrusted = true},
+      {.name = "for another address", .validity = {.address = "127.0.0.2"}},
+      {.name = "expired", .validity = {.end = -60s}},
+      {.name = "not yet good", .validity = {.begin = 60s}},
+      {.name = "signed by somebody else", .isVouchedFor = false},
+  };
+  const TempHome home;
+  // Nothing else runs that reads the environment. NOLINTNEXTLINE(concurrency-mt-unsafe)
+  ::setenv("SSL_CERT_FILE", home.path("authorities.pem").c_str(), 1);
+  for (const Case& item : cases) {
+    SCOPED_TRACE(item.name);
+    const LoopbackServer server({}, Kind::https, item.validity);
+    home.write("authorities.pem",
+               item.isVouchedFor ? server.certificate() : TLSServer().certificate());
+    EXPECT_EQ(get(server.url()).has_value(), item.isTrusted);
+    EXPECT_THAT(server.requests(), SizeIs(item.isTrusted ? 1 : 0));
+  }
+  ::unsetenv("SSL_CERT_FILE");  // NOLINT(concurrency-mt-unsafe)
+}
+
+TEST(HTTPClientTest, TellsAProxyNothingOfTheRequest) {
+  const LoopbackServer proxy([](const HTTPRequest&) { return Answer{.status = 407}; });
+  // NOLINTNEXTLINE(concurrency-mt-unsafe)
+  ::setenv("https_proxy", proxy.origin().c_str(), 1);
+  EXPECT_FALSE(HTTPClient::send({.method = "POST",
+                                 .url = "https://example.invalid/path",
+                                 .headers = {{.name = "Authorization", .value = "bearer abc"}},
+                                 .body = "secret"},
+                                {}));
+  ::unsetenv("https_proxy");  // NOLINT(concurrency-mt-unsafe)
+  ASSERT_THAT(proxy.requests(), SizeIs(1));
+  const HTTPRequest request = proxy.requests().front();
+  EXPECT_EQ(request.method, "CONNECT");
+  EXPECT_EQ(request.url, "example.invalid:443");
+  EXPECT_EQ(request.body, std::nullopt);
+  for (const HTTPHeader& header : request.headers)
+    EXPECT_NE(header.name, "Authorization");
 }
 
 TEST(HTTPClientTest, LetsNoHeaderBecomeTwo) {

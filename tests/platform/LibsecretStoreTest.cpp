@@ -69,7 +69,7 @@ TEST_F(KeyringTest, LeavesALockedKeyringAlone) {
   bus_->startKeyring();
   EXPECT_TRUE(store_.replace(service, "Label", first));
   // Who would ask the person to unlock it.
-  const SessionBus::Mute prompter(*bus_, "org.gnome.keyring.SystemPrompter");
+  const SessionBus::Impostor prompter(*bus_, "org.gnome.keyring.SystemPrompter");
   bus_->lockKeyring();
   expectNothing(store_);
   EXPECT_FALSE(store_.replace("Another Service", "Label", second));
@@ -81,12 +81,21 @@ TEST_F(KeyringTest, LeavesALockedKeyringAlone) {
   EXPECT_EQ(store_.find("Another Service"), std::nullopt);
 }
 
+TEST_F(KeyringTest, AsksNothingOfAServiceThatIsLocked) {
+  // Some would ask the person to unlock it, and that again at every search.
+  const SessionBus::Impostor locked(
+      *bus_, "org.freedesktop.secrets", SessionBus::Impostor::Manner::locked);
+  expectNothing(store_);
+  EXPECT_TRUE(locked.wasCalled());
+  EXPECT_FALSE(locked.wasPressed());
+}
+
 TEST_F(KeyringTest, ABusWithoutAKeyringHasNothing) {
   expectNothing(store_);
 }
 
 TEST_F(KeyringTest, DoesNotWaitForAServiceThatIsMute) {
-  const SessionBus::Mute mute(*bus_, "org.freedesktop.secrets");
+  const SessionBus::Impostor mute(*bus_, "org.freedesktop.secrets");
   expectNothing(libsecretStore(Seconds(0.2)));
   EXPECT_TRUE(mute.wasCalled());
 }
@@ -98,7 +107,8 @@ TEST_F(KeyringTest, NoticesAServiceThatGoesInTheMiddle) {
       [this] { store_.remove(service); },
   };
   for (const auto& operation : operations) {
-    const SessionBus::Mute mute(*bus_, "org.freedesktop.secrets", true);
+    const SessionBus::Impostor mute(
+        *bus_, "org.freedesktop.secrets", SessionBus::Impostor::Manner::leaves);
     const auto start = steady_clock::now();
     operation();
     EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(10));

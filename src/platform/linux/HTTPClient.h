@@ -2,9 +2,10 @@
 
 // Sends HTTP requests over the network, through libcurl, and blocks until the response is there.
 // Without state: safe on every thread, any number of requests at once, each over a connection of
-// its own. No cookies, no cache, no redirects; a server of "https" must be trusted by the system.
-// Proxies are taken from the environment ("https_proxy" and the like). Tells nobody what it sends:
-// nothing is logged, and a failure has no text.
+// its own. No cookies, no cache, no redirects; a server of "https" must be trusted by the system,
+// or by the authorities in the file that SSL_CERT_FILE names. Proxies too are taken from the
+// environment ("https_proxy" and the like). Tells nobody what it sends: nothing is logged, and a
+// failure has no text.
 
 #include <chrono>
 #include <cstddef>
@@ -23,7 +24,9 @@ class HTTPClient final {
   static constexpr std::chrono::seconds maxSilence{30};
   /// How long an exchange may take, whatever its request allows.
   static constexpr std::chrono::seconds maxDuration{60};
-  static constexpr std::size_t maxBody = 32 << 20;
+  /// Some four times what a page of a hundred pull requests with the longest names takes, and
+  /// little enough that ten pages of it, each held several times over while it is read, do no harm.
+  static constexpr std::size_t maxBody = 1 << 20;
   static constexpr std::size_t maxHeaders = 256 << 10;
 
   /// The whole response, whatever its status. Nothing when there is none: no "http" or "https" URL,

@@ -100,9 +100,12 @@ class Service final {
 
   explicit operator bool() const { return service_ != nullptr; }
 
-  /// The items of that name, locked ones included, the latest first. Locked keyrings are searched
-  /// by attributes alone: GNOME Keyring matches no schema in them.
+  /// The items of that name, locked ones included, the latest first. Nothing when no keyring is
+  /// open: a search may then have the service (KeePassXC) ask the person to unlock one. Locked
+  /// keyrings are searched by attributes alone: GNOME Keyring matches no schema in them.
   std::optional<Items> search(const std::string& name) const {
+    if (!hasOpenKeyring())
+      return std::nullopt;
     const Owned<GHashTable> wanted(
         g_hash_table_new_full(g_str_hash, g_str_equal, nullptr, nullptr));
     insert(wanted, serviceAttribute, name);
@@ -172,6 +175,24 @@ class Service final {
   }
 
  private:
+  bool hasOpenKeyring() const {
+    GVariant* const paths =
+        g_dbus_proxy_get_cached_property(G_DBUS_PROXY(service_.get()), "Collections");
+    // What libsecret takes for granted, and complains of aloud, is not there when the service is
+    // going just now.
+    if (paths == nullptr)
+      return false;
+    g_variant_unref(paths);
+    if (secret_service_load_collections_sync(service_.get(), cancellable_, nullptr) == FALSE)
+      return false;
+    GList* const keyrings = secret_service_get_collections(service_.get());
+    bool isOpen = false;
+    for (const GList* link = keyrings; link != nullptr; link = link->next)
+      isOpen = isOpen || secret_collection_get_locked(SECRET_COLLECTION(link->data)) == FALSE;
+    g_list_free_full(keyrings, g_object_unref);
+    return isOpen;
+  }
+
   // The connection that all of GIO shares for as long as anybody holds it.
   static Owned<GDBusConnection> connect(GCancellable* cancellable) {
     Owned<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, nullptr));
