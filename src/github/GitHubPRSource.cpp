@@ -15,9 +15,6 @@ namespace {
 constexpr Seconds rhythm{60};
 constexpr std::array<Seconds, 4> failureDelays = {
     Seconds{60}, Seconds{120}, Seconds{300}, Seconds{600}};
-// GitHub counts its limits by the hour. A longer wait is a fault, of a server in between or of this
-// computer's clock, against which a reset is counted; one request an hour harms nobody.
-constexpr Seconds longestWait{3600};
 
 }  // namespace
 
@@ -25,8 +22,7 @@ Seconds GitHubBackoff::next(const GitHubError& error) {
   const auto step = std::min(static_cast<std::size_t>(failures), failureDelays.size() - 1);
   // It only ever grows by one a minute, and the table ends long before it could overflow.
   failures += 1;
-  return std::max(failureDelays.at(step),
-                  std::min(error.retryAfter.value_or(Seconds{0}), longestWait));
+  return std::max(failureDelays.at(step), error.retryAfter.value_or(Seconds{0}));
 }
 
 GitHubPRSource::GitHubPRSource(Environment environment, TaskQueue& queue, Owner owner)

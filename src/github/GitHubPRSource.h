@@ -29,7 +29,7 @@ struct GitHubBackoff {
   int failures = 0;
 
   /// The wait after one more failure, which is counted: 60, 120, 300, then 600 seconds, or as long
-  /// as a rate limit asks for, if that is longer, up to an hour.
+  /// as a rate limit asks for, if that is longer.
   Seconds next(const GitHubError& error);
 };
 
