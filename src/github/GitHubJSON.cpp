@@ -1,6 +1,5 @@
 #include "github/GitHubJSON.h"
 
-#include <cstddef>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -48,7 +47,7 @@ const json* field(const json& value, std::string_view key) {
 }  // namespace
 
 std::optional<json> jsonObject(std::string_view body) {
-  if (!isModest(body))
+  if (body.size() > longestJSON || !isModest(body))
     return std::nullopt;
   json parsed = json::parse(body, nullptr, false);
   if (!parsed.is_object())

@@ -12,11 +12,11 @@
 #include <nlohmann/json.hpp>
 
 #include "github/GitHubAPI.h"
+#include "github/GitHubJSON.h"
 #include "github/GitHubSearch.h"
 #include "helpers/LoopbackServer.h"
 #include "helpers/ManualClock.h"
 #include "helpers/RedirectedTransport.h"
-#include "platform/linux/HTTPClient.h"
 
 namespace tessivane {
 namespace {
@@ -90,7 +90,8 @@ TEST(GitHubURLSessionTransportTest, TellsEveryFaultApart) {
       {"a fault of the server", {.status = 500}, {.kind = Kind::http, .status = 500}},
       {"a page of a proxy", {.body = "<html></html>"}, malformed},
       {"ill-formed text", {.body = "{\"data\": {\"a\": \"\xc3\"}}"}, malformed},
-      {"brackets only", {.body = std::string(HTTPClient::maxBody, '[')}, malformed},
+      {"brackets only", {.body = std::string(longestJSON, '[')}, malformed},
+      {"a long text", {.body = text + std::string(longestJSON, ' ')}, malformed},
       {"40 MB", {.body = text + std::string(40 << 20, ' ')}, network},
       {"cut in the middle", {.body = text + std::string(500, ' '), .cutAfter = 300}, network},
       {"cut in the head", {.raw = "HTTP/1.1 200 OK\r\n"}, network},
@@ -129,15 +130,15 @@ TEST(GitHubURLSessionTransportTest, NoAnswerTakesUpMuchMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "a sanitizer needs memory of its own";
 #endif
-  // As long as an answer may be; the second of each triple is repeated.
+  // As long as one that is read may be; the second of each triple is repeated.
   const std::string node =
       R"({"number":1,"createdAt":"2026-10-01T08:00:00Z","updatedAt":"2026-10-03T08:00:00Z",)"
       R"("repository":{"nameWithOwner":"o/r"},"url":")" +
-      std::string(HTTPClient::maxBody / 100, 'x') + "\"},";
+      std::string(longestJSON / 100, 'x') + "\"},";
   const std::array<std::string, 3> parts[] = {
       {R"({"data":{"a":")", "text", "\"}}"},
       {R"({"data":{"a":")", "\\n", "\"}}"},
-      {R"({"data":{"a":[)", '"' + std::string(HTTPClient::maxBody / 19'900, 'x') + "\",", "0]}}"},
+      {R"({"data":{"a":[)", '"' + std::string(longestJSON / 19'900, 'x') + "\",", "0]}}"},
       {R"({"data":{"a":[)", R"({"a":{}},)", "0]}}"},
       {R"({"data":{"search":{"pageInfo":{"hasNextPage":true,"endCursor":"c"},"nodes":[)",
        node,
@@ -146,8 +147,8 @@ TEST(GitHubURLSessionTransportTest, NoAnswerTakesUpMuchMemory) {
   for (const auto& [head, unit, tail] : parts) {
     SCOPED_TRACE(unit.substr(0, 20));
     std::string body = head;
-    body.reserve(HTTPClient::maxBody);
-    while (body.size() + unit.size() + tail.size() <= HTTPClient::maxBody)
+    body.reserve(longestJSON);
+    while (body.size() + unit.size() + tail.size() <= longestJSON)
       body += unit;
     body += tail;
     const LoopbackServer server([&](const HTTPRequest&) { return Answer{.body = body}; });

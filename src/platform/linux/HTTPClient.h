@@ -24,9 +24,8 @@ class HTTPClient final {
   static constexpr std::chrono::seconds maxSilence{30};
   /// How long an exchange may take, whatever its request allows.
   static constexpr std::chrono::seconds maxDuration{60};
-  /// Some four times what a page of a hundred pull requests with the longest names takes, and
-  /// little enough that ten pages of it, each held several times over while it is read, do no harm.
-  static constexpr std::size_t maxBody = 1 << 20;
+  /// In bytes.
+  static constexpr std::size_t maxBody = 32 << 20;
   static constexpr std::size_t maxHeaders = 256 << 10;
 
   /// The whole response, whatever its status. Nothing when there is none: no "http" or "https" URL,
