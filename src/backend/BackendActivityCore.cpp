@@ -360,7 +360,7 @@ void BackendActivityCore::scanT3(const BackendPass& pass) {
 }
 
 void BackendActivityCore::passEnded(Due due, std::size_t recorded, bool stored) {
-  transcripts_.settle(stored);
+  transcripts_.settle(*store_, stored);
   if (t3Scan_)
     t3Scan_->settle(stored);
   if (stored) {

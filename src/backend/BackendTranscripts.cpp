@@ -86,8 +86,6 @@ void BackendTranscripts::scan(const std::string& path,
   if (found == transcripts_.end())
     return;
   BackendTranscript& transcript = found->second;
-  if (transcript.claude)
-    before_.try_emplace(path, *transcript.claude);
   const auto failures = pass.failures();
   const auto cursor = pass.store.cursor(path);
   const Date since = pass.now - (cursor ? BackendEventStore::window : backfill_);
@@ -96,6 +94,7 @@ void BackendTranscripts::scan(const std::string& path,
       return static_cast<std::uint64_t>(std::max<std::int64_t>(stat.size, 0));
     return transcript.codex ? BackendFileReader::timestampedOffset(path, since) : 0;
   };
+  auto before = transcript.claude;
   std::vector<BackendFinding> findings;
   const auto reached =
       BackendFileReader::readAppended(path, cursor, start, [&](std::string_view lines) {
@@ -103,6 +102,8 @@ void BackendTranscripts::scan(const std::string& path,
                transcript.codex ? transcript.codex->scan(lines, pass.now)
                                 : transcript.claude->scan(lines, pass.now));
       });
+  if (before)
+    before_.insert_or_assign(path, Before{.scanner = *std::move(before), .reached = reached});
   if (transcript.claude && transcript.claude->branch())
     branches[transcript.session.id()] = *transcript.claude->branch();
   for (const BackendFinding& finding : findings) {
@@ -113,11 +114,12 @@ void BackendTranscripts::scan(const std::string& path,
     pass.store.setCursor(*reached, path, pass.now);
 }
 
-void BackendTranscripts::settle(bool stored) {
-  for (auto& [path, scanner] : std::exchange(before_, {})) {
+void BackendTranscripts::settle(BackendEventStore& store, bool stored) {
+  for (auto& [path, before] : std::exchange(before_, {})) {
     const auto transcript = transcripts_.find(path);
-    if (!stored && transcript != transcripts_.end())
-      transcript->second.claude = std::move(scanner);
+    if (stored || transcript == transcripts_.end() || store.cursor(path) == before.reached)
+      continue;
+    transcript->second.claude = std::move(before.scanner);
   }
 }
 

@@ -141,6 +141,31 @@ TEST_P(BackendActivityRefusalTest, MakesGoodWhatItPrevented) {
   expectAllOnce();
 }
 
+// What was read and stored before or after it is not read again, so it must not be forgotten.
+TEST_P(BackendActivityRefusalTest, ForgetsNothingOfOtherTranscripts) {
+  home_.makeDirectory("data");
+  const DatabaseOwner other(dbPath_);
+  begin();
+  for (const char* id : {"0", "z"}) {
+    addSession(id);
+    home_.write(relative(id), "", clock_.now());
+  }
+  refresh();
+  batches_.clear();
+  other.run("create trigger t before insert on events when new.ref = '1' begin select raise(" +
+            std::string(GetParam()) + ", 'no'); end");
+  say("a", {claude::result("before", pullURL(1))});
+  for (const char* id : {"0", "z"})
+    say(id, {claude::bash("call", "gh pr create -t 'By " + std::string(id) + "'")});
+  queue_.advance(10s);
+  other.run("drop trigger t");
+  queue_.advance(61s);
+  say("0", {claude::result("call", pullURL(2))});
+  say("z", {claude::result("call", pullURL(3))});
+  queue_.advance(3s);
+  EXPECT_THAT(titles(), UnorderedElementsAre("Before", "By 0", "By z"));
+}
+
 INSTANTIATE_TEST_SUITE_P(Kinds, BackendActivityRefusalTest, testing::Values("abort", "rollback"));
 
 /// With so many bytes left.
