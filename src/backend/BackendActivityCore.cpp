@@ -232,7 +232,8 @@ void BackendActivityCore::reconcile(Extent extent) {
     due_.gitDirs.merge(repositories_.update(sessions_.list));
   }
   due_.transcripts.merge(transcripts_.update(sessions_.list));
-  follower_->follow(transcripts_.paths(), repositories_.dirs());
+  if (follower_->follow(transcripts_.paths(), repositories_.dirs()))
+    due_.gitDirs.insert(repositories_.dirs().begin(), repositories_.dirs().end());
   if (extent == Extent::everything)
     addAllDue();
   // Perhaps it is known now where they belong.

@@ -214,6 +214,24 @@ TEST_F(BackendActivityStoreTest, FollowsWhereSessionsWork) {
   EXPECT_THAT(watched(), IsEmpty());
 }
 
+// What the old watch has gathered and not told goes with it.
+TEST_F(BackendActivityStoreTest, MissesNothingWhileItsWatchesChange) {
+  GitRepository shed(home_, "work/shed");
+  const GitRepository barn(home_, "work/barn");
+  shed.commit("Begin");
+  clock_.set(shed.now());
+  addSession("a");
+  startWithSessions();
+  shed.commit("With another session");
+  addSession("b", "work/barn");
+  refresh();
+  shed.commit("With one less");
+  sessions_.pop_back();
+  refresh();
+  queue_.advance(2s);
+  EXPECT_THAT(titles(), ElementsAre("With another session", "With one less"));
+}
+
 TEST_F(BackendActivityStoreTest, TellsWhatTheSessionsDo) {
   addSession("a").startedAt = clock_.now();
   home_.write(".claude/projects/s/a/subagents/agent-1.jsonl", "", clock_.now());
