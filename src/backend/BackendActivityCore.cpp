@@ -166,12 +166,14 @@ void BackendActivityCore::makeFollower() {
 }
 
 // Sees to it that the store is the file at its path. One that was deleted or replaced while it was
-// open is given up for the one that is there or is made then; whatever the files and sessions tell
-// is found anew for it.
+// open is given up for the one that is there or is made then; whatever files, sessions and GitHub
+// tell is found anew for it.
 bool BackendActivityCore::openStore() {
   const bool isOther = store_ != nullptr && !store_->db().isInPlace();
   if (store_ != nullptr && !isOther)
     return true;
+  if (isOther)
+    askGitHubAnew();
   gitScan_.reset();
   t3Scan_.reset();
   store_ = BackendEventStore::open(config_.dbPath);
@@ -189,6 +191,15 @@ bool BackendActivityCore::openStore() {
   if (running_)
     addAllDue();
   return true;
+}
+
+// What a poll brings that was begun from the cursor in a file that is lost is not all.
+void BackendActivityCore::askGitHubAnew() {
+  due_.polled.reset();
+  if (!gitHub_)
+    return;
+  gitHub_->stop();
+  gitHub_->start();
 }
 
 void BackendActivityCore::sessionsDidRefresh(const Sessions& sessions, const Events& transitions) {
