@@ -240,6 +240,8 @@ void BackendActivityCore::reconcile(Extent extent) {
   auto signature = signatureOf(sessions_.list);
   if (signature != sessionSignature_ || extent == Extent::everything) {
     sessionSignature_ = std::move(signature);
+    // Perhaps it is known now where they belong.
+    due_.t3 = due_.t3 || (t3Scan_ && t3Scan_->hasWaiting());
     due_.gitDirs.merge(repositories_.update(sessions_.list));
   }
   due_.transcripts.merge(transcripts_.update(sessions_.list));
@@ -247,8 +249,6 @@ void BackendActivityCore::reconcile(Extent extent) {
     due_.gitDirs.insert(repositories_.dirs().begin(), repositories_.dirs().end());
   if (extent == Extent::everything)
     addAllDue();
-  // Perhaps it is known now where they belong.
-  due_.t3 = due_.t3 || (t3Scan_ && t3Scan_->hasWaiting());
 }
 
 void BackendActivityCore::addAllDue() {
@@ -373,7 +373,7 @@ void BackendActivityCore::scanT3(const BackendPass& pass) {
 
 void BackendActivityCore::passEnded(Due due, std::size_t recorded, bool stored) {
   transcripts_.settle(*store_, stored);
-  if (t3Scan_)
+  if (t3Scan_ && due.t3)
     t3Scan_->settle(stored);
   if (stored) {
     isBackfilled_ = true;

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include "ActivityRun.h"
+#include "helpers/DatabaseOwner.h"
 #include "helpers/T3Database.h"
 
 namespace tessivane {
@@ -147,6 +148,32 @@ TEST_F(BackendActivityT3Test, WaitsForTwoDaysToLearnWhereAnEditBelongs) {
   edit("c", "new");
   scan();
   EXPECT_EQ(storedCursor(), isoTextWithMilliseconds(clock_.now() - 7s));
+}
+
+// Not even by a pass that reads other things and fails. Until another session turns up T3 is not
+// asked again.
+TEST_F(BackendActivityT3Test, ForgetsNoEditThatWaits) {
+  home_.makeDirectory("data");
+  const DatabaseOwner other(dbPath_);
+  t3();
+  addSession("a");
+  startWithSessions();
+  edit("a", "new");
+  scan();
+  const auto timers = queue_.timers().size();
+  sessions_[0].activity += 1s;
+  refresh();
+  EXPECT_EQ(queue_.timers().size(), timers);
+  other.run("begin immediate; create table theirs(x)");
+  sayEdit("a", "work/shed/b");
+  queue_.advance(3s);
+  other.run("commit");
+  queue_.advance(61s);
+  EXPECT_EQ(filed().size(), 1U);
+  addThread("new");
+  refresh();
+  queue_.advance(7s);
+  EXPECT_EQ(filed().size(), 2U);
 }
 
 TEST_F(BackendActivityT3Test, GoesOnBehindRowsThatWouldHoldItUp) {
