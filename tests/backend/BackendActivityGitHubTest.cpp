@@ -167,7 +167,7 @@ TEST_F(BackendActivityGitHubTest, AsksForEverythingWhenTheDatabaseIsGone) {
     const std::string fromCursor = lastSearch();
     queue_.advance(60s);
     std::filesystem::remove_all(home_.path("data"));
-    transport_->answers.push_back(searchPage({pullRequest(2, "Second")}));
+    transport_->answers.push_back(searchPage(json::array({pullRequest(2, "Second")})));
     if (answersFirst)
       worker_.runPending();
     refresh();
