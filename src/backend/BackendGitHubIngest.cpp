@@ -104,7 +104,7 @@ void BackendGitHubIngest::store(const std::vector<GitHubPR>& prs,
 BackendGitHubIngest::Branch BackendGitHubIngest::branchOf(
     const AgentSession& session, const BackendGitScan::Sessions& sessions) {
   const auto told = sessions.branches.find(session.id());
-  if (told != sessions.branches.end() && told->second != "HEAD")
+  if (told != sessions.branches.end())
     return told->second;
   if (session.transcriptPath && BackendTranscripts::isRollout(session)) {
     std::optional<std::string>& known = codexBranches_[*session.transcriptPath];
@@ -117,8 +117,7 @@ BackendGitHubIngest::Branch BackendGitHubIngest::branchOf(
 }
 
 BackendGitHubIngest::Branch BackendGitHubIngest::treesBranch(const AgentSession& session) {
-  const std::string& place = session.cwd.empty() ? session.projectPath : session.cwd;
-  const auto dir = BackendGitLayout::gitDir(roots_.root(place));
+  const auto dir = BackendGitLayout::gitDir(roots_.root(workingDirectory(session)));
   return dir ? BackendGitLayout::currentBranch(joinedPath(*dir, "HEAD")) : std::nullopt;
 }
 

@@ -271,6 +271,20 @@ TEST_F(BackendActivityStoreTest, KnowsAPullRequestFromElsewhere) {
   EXPECT_EQ(events()[1].projectRoot, home_.path("work/shed"));
 }
 
+TEST_F(BackendActivityStoreTest, NamesTheBranchThatATranscriptIsOn) {
+  addSession("a");
+  startWithSessions();
+  int number = 0;
+  for (const std::string branch : {"door", "HEAD"}) {
+    openPullRequest("a", ++number);
+    json line = claude::message("user", "Go");
+    line["gitBranch"] = branch;
+    say("a", {line});
+    queue_.advance(3s);
+    EXPECT_EQ(events().back().branch, branch == "HEAD" ? std::nullopt : std::optional(branch));
+  }
+}
+
 TEST_F(BackendActivityStoreTest, ShowsPathsAsAPersonKnowsThem) {
   const std::string home = "/home/ann";
   struct Row {
