@@ -25,8 +25,8 @@ namespace tessivane {
 
 class BackendTranscripts final {
  public:
-  /// The branch that each session's transcript named last, by `AgentSession::id`; none where it said
-  /// that there is none.
+  /// The branch that each session's transcript named last, by `AgentSession::id`; none where it
+  /// said that there is none.
   using Branches = std::unordered_map<std::string, std::string>;
 
   /// `repositories` outlives it.
