@@ -13,6 +13,8 @@ namespace tessivane {
 
 namespace {
 
+constexpr std::string_view cursorKey = "github.cursor";
+
 struct Happening {
   ActivityKind kind = ActivityKind::prOpened;
   Date date = distantPast;
@@ -63,10 +65,27 @@ void reconcile(const BackendEventStore::PullRequest& pr,
 
 }  // namespace
 
-void BackendGitHubIngest::store(const std::vector<GitHubPR>& prs,
+std::optional<std::string> BackendGitHubIngest::cursor(BackendEventStore& store) {
+  return store.value(cursorKey);
+}
+
+// What a first poll brings happened before, however fresh it is.
+void BackendGitHubIngest::store(const BackendPolled& polled,
                                 const BackendGitScan::Sessions& sessions,
                                 const std::set<std::string>& commonDirs,
                                 const BackendPass& pass) {
+  BackendPass own = pass;
+  own.kind = polled.catchUp ? BackendGitScan::Pass::startUp : BackendGitScan::Pass::live;
+  const auto failures = pass.failures();
+  storeAll(polled.prs, sessions, commonDirs, own);
+  if (polled.cursor && pass.failures() == failures && !pass.isStopped())
+    pass.store.setValue(cursorKey, *polled.cursor);
+}
+
+void BackendGitHubIngest::storeAll(const std::vector<GitHubPR>& prs,
+                                   const BackendGitScan::Sessions& sessions,
+                                   const std::set<std::string>& commonDirs,
+                                   const BackendPass& pass) {
   const std::vector<std::string> dirs(commonDirs.begin(), commonDirs.end());
   // Each session is asked once, however many pull requests its repository has.
   std::unordered_map<std::string, Branch> branches;
