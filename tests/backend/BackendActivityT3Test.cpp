@@ -156,24 +156,22 @@ TEST_F(BackendActivityT3Test, ForgetsNoEditThatWaits) {
   home_.makeDirectory("data");
   const DatabaseOwner other(dbPath_);
   t3();
-  addSession("a");
   startWithSessions();
   edit("a", "new");
   scan();
   const auto timers = queue_.timers().size();
-  sessions_[0].activity += 1s;
   refresh();
   EXPECT_EQ(queue_.timers().size(), timers);
   other.run("begin immediate; create table theirs(x)");
-  sayEdit("a", "work/shed/b");
+  store().record({commitEvent("1", clock_.now())});
   queue_.advance(3s);
   other.run("commit");
   queue_.advance(61s);
-  EXPECT_EQ(filed().size(), 1U);
+  EXPECT_THAT(titles(), ElementsAre("Commit 1"));
   addThread("new");
   refresh();
   queue_.advance(7s);
-  EXPECT_EQ(filed().size(), 2U);
+  EXPECT_THAT(filed(), ElementsAre("t3:new shed 1 a"));
 }
 
 TEST_F(BackendActivityT3Test, GoesOnBehindRowsThatWouldHoldItUp) {
