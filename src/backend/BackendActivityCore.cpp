@@ -15,7 +15,6 @@ namespace {
 
 using Pass = BackendGitScan::Pass;
 
-constexpr std::string_view gitHubCursorKey = "github.cursor";
 constexpr Seconds pruneInterval{3600};
 constexpr Seconds firstRetry{1};
 constexpr Seconds longestRetry{60};
@@ -51,55 +50,6 @@ BackendActivityCore::BackendActivityCore(BackendActivityConfig config,
 
 BackendActivityCore::~BackendActivityCore() = default;
 
-void BackendActivityCore::updateGitHub() {
-  const bool isWanted = running_ && config_.github && config_.defaults != nullptr &&
-                        GitHubSettings::isEnabled(*config_.defaults);
-  if (isWanted == (gitHub_ != nullptr))
-    return;
-  if (!isWanted) {
-    signIn_.reset();
-    gitHub_->stop();
-    gitHub_.reset();
-    return;
-  }
-  gitHub_ = std::make_shared<GitHubPRSource>(*config_.github, queue_, gitHubOwner());
-  // Told on any thread.
-  signIn_ = config_.github->auth->observe([&queue = queue_, weak = weak_from_this()] {
-    queue.async([weak] {
-      const auto self = weak.lock();
-      if (self && self->gitHub_)
-        self->gitHub_->schedule(Seconds(0));
-    });
-  });
-  gitHub_->start();
-}
-
-// The source may outlive this object for the length of one of its tasks. A poll's cursor is stored
-// with what it brought; until then each poll asks for the same again, so the latest is enough.
-GitHubPRSource::Owner BackendActivityCore::gitHubOwner() {
-  return {.clock = config_.clock,
-          .loadCursor = [weak = weak_from_this()]() -> std::optional<std::string> {
-            const auto self = weak.lock();
-            return self && self->store_ ? self->store_->value(gitHubCursorKey) : std::nullopt;
-          },
-          .saveCursor =
-              [weak = weak_from_this()](const std::string& cursor) {
-                const auto self = weak.lock();
-                if (self)
-                  self->gitHubCursor_ = cursor;
-              },
-          .deliver =
-              [weak = weak_from_this()](const std::vector<GitHubPR>& prs, bool catchUp) {
-                const auto self = weak.lock();
-                if (!self || prs.empty())
-                  return;
-                self->due_.polled = {.prs = prs,
-                                     .catchUp = catchUp,
-                                     .cursor = std::exchange(self->gitHubCursor_, std::nullopt)};
-                self->runPass();
-              }};
-}
-
 void BackendActivityCore::start(BatchHandler onBatch) {
   if (onBatch_)
     return;
@@ -114,7 +64,8 @@ void BackendActivityCore::stop() {
   for (TaskHandle* handle : {&flush_, &retry_, &t3Timer_})
     handle->cancel();
   follower_.reset();
-  updateGitHub();
+  if (const auto gitHub = std::exchange(gitHub_, nullptr))
+    gitHub->stop();
   outbox_.clear();
   due_ = {};
   retryDelay_ = Seconds(0);
@@ -135,13 +86,14 @@ void BackendActivityCore::begin() {
   lastPrune_ = now;
   deliverHistory(now);
   makeFollower();
+  makeGitHub();
   throttle_.lastPublish = now;
   isBackfilled_ = false;
   reconcile(Extent::everything);
   runPass();
   if (config_.defaults != nullptr)
     GitHubSettings::migrate(*config_.defaults);
-  updateGitHub();
+  gitHub_->update();
 }
 
 // The feed is filled before anything is scanned; what cannot be read yet comes after the first pass
@@ -165,13 +117,39 @@ void BackendActivityCore::makeFollower() {
       });
 }
 
+void BackendActivityCore::makeGitHub() {
+  const auto loadCursor = [weak = weak_from_this()]() -> std::optional<std::string> {
+    const auto self = weak.lock();
+    return self && self->store_ ? BackendGitHubIngest::cursor(*self->store_) : std::nullopt;
+  };
+  const auto deliver = [weak = weak_from_this()](BackendPolled polled) {
+    if (const auto self = weak.lock()) {
+      self->due_.polled = std::move(polled);
+      self->runPass();
+    }
+  };
+  gitHub_ = std::make_shared<BackendGitHubPolls>(
+      config_, queue_, BackendGitHubPolls::Owner{.loadCursor = loadCursor, .deliver = deliver});
+}
+
+void BackendActivityCore::updateGitHub() {
+  if (gitHub_)
+    gitHub_->update();
+}
+
 // Sees to it that the store is the file at its path. One that was deleted or replaced while it was
-// open is given up for the one that is there or is made then; whatever the files and sessions tell
-// is found anew for it.
+// open is given up for the one that is there or is made then; whatever files, sessions and GitHub
+// tell is found anew for it.
 bool BackendActivityCore::openStore() {
   const bool isOther = store_ != nullptr && !store_->db().isInPlace();
   if (store_ != nullptr && !isOther)
     return true;
+  if (isOther) {
+    // What a poll brings that was begun from the cursor in the lost file is not all.
+    due_.polled.reset();
+    if (gitHub_)
+      gitHub_->restart();
+  }
   gitScan_.reset();
   t3Scan_.reset();
   store_ = BackendEventStore::open(config_.dbPath);
@@ -229,14 +207,15 @@ void BackendActivityCore::reconcile(Extent extent) {
   auto signature = signatureOf(sessions_.list);
   if (signature != sessionSignature_ || extent == Extent::everything) {
     sessionSignature_ = std::move(signature);
+    // Perhaps it is known now where they belong.
+    due_.t3 = due_.t3 || (t3Scan_ && t3Scan_->hasWaiting());
     due_.gitDirs.merge(repositories_.update(sessions_.list));
   }
   due_.transcripts.merge(transcripts_.update(sessions_.list));
-  follower_->follow(transcripts_.paths(), repositories_.dirs());
+  if (follower_->follow(transcripts_.paths(), repositories_.dirs()))
+    due_.gitDirs.insert(repositories_.dirs().begin(), repositories_.dirs().end());
   if (extent == Extent::everything)
     addAllDue();
-  // Perhaps it is known now where they belong.
-  due_.t3 = due_.t3 || (t3Scan_ && t3Scan_->hasWaiting());
 }
 
 void BackendActivityCore::addAllDue() {
@@ -329,20 +308,11 @@ void BackendActivityCore::scanDue(const Due& due, const BackendPass& pass) {
   }
   if (due.t3 && t3Scan_ && !pass.isStopped())
     scanT3(pass);
-  if (due.polled && !pass.isStopped())
-    ingestGitHub(*due.polled, pass);
-}
-
-// What a first poll brings happened before, however fresh it is.
-void BackendActivityCore::ingestGitHub(const Polled& polled, const BackendPass& pass) {
-  BackendPass own = pass;
-  own.kind = polled.catchUp ? Pass::startUp : Pass::live;
-  auto dirs = repositories_.dirs();
-  dirs.merge(knownGitDirs());
-  const auto failures = pass.failures();
-  gitHubIngest_.store(polled.prs, sessions_, dirs, own);
-  if (polled.cursor && pass.failures() == failures && !pass.isStopped())
-    store_->setValue(gitHubCursorKey, *polled.cursor);
+  if (due.polled && !pass.isStopped()) {
+    auto dirs = repositories_.dirs();
+    dirs.merge(knownGitDirs());
+    gitHubIngest_.store(*due.polled, sessions_, dirs, pass);
+  }
 }
 
 // However often T3's database changes, it is read once in its interval.
@@ -360,8 +330,8 @@ void BackendActivityCore::scanT3(const BackendPass& pass) {
 }
 
 void BackendActivityCore::passEnded(Due due, std::size_t recorded, bool stored) {
-  transcripts_.settle(stored);
-  if (t3Scan_)
+  transcripts_.settle(*store_, stored);
+  if (t3Scan_ && due.t3)
     t3Scan_->settle(stored);
   if (stored) {
     isBackfilled_ = true;

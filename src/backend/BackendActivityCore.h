@@ -21,6 +21,7 @@
 #include "backend/BackendEventStore.h"
 #include "backend/BackendFollower.h"
 #include "backend/BackendGitHubIngest.h"
+#include "backend/BackendGitHubPolls.h"
 #include "backend/BackendGitScan.h"
 #include "backend/BackendOutbox.h"
 #include "backend/BackendPass.h"
@@ -57,18 +58,12 @@ class BackendActivityCore final : public std::enable_shared_from_this<BackendAct
   void updateGitHub();
 
  private:
-  /// What GitHub told in one poll.
-  struct Polled {
-    std::vector<GitHubPR> prs = {};
-    bool catchUp = false;
-    std::optional<std::string> cursor = {};  // from which the next one asks once this is stored
-  };
   /// What the next pass scans and stores.
   struct Due {
     std::set<std::string> transcripts = {};
     std::set<std::string> gitDirs = {};
     bool t3 = false;
-    std::optional<Polled> polled = {};
+    std::optional<BackendPolled> polled = {};
 
     bool isEmpty() const { return transcripts.empty() && gitDirs.empty() && !t3 && !polled; }
   };
@@ -78,6 +73,7 @@ class BackendActivityCore final : public std::enable_shared_from_this<BackendAct
   void begin();
   void deliverHistory(Date now);
   void makeFollower();
+  void makeGitHub();
 
   void reconcile(Extent extent);
   void addAllDue();
@@ -91,8 +87,6 @@ class BackendActivityCore final : public std::enable_shared_from_this<BackendAct
   void scanDue(const Due& due, const BackendPass& pass);
   void scanT3(const BackendPass& pass);
   void storeRecorded(const BackendPass& pass);
-  void ingestGitHub(const Polled& polled, const BackendPass& pass);
-  GitHubPRSource::Owner gitHubOwner();
   void passEnded(Due due, std::size_t recorded, bool stored);
   void retryLater();
 
@@ -135,11 +129,9 @@ class BackendActivityCore final : public std::enable_shared_from_this<BackendAct
   BackendTranscripts transcripts_;
   std::optional<BackendGitScan> gitScan_;
   std::optional<BackendT3Scan> t3Scan_;
-  std::shared_ptr<BackendFollower> follower_;  // from start to stop
+  std::shared_ptr<BackendFollower> follower_;   // from start to stop
+  std::shared_ptr<BackendGitHubPolls> gitHub_;  // likewise
   BackendGitHubIngest gitHubIngest_;
-  std::shared_ptr<GitHubPRSource> gitHub_;   // while GitHub is asked
-  std::shared_ptr<void> signIn_;             // while it is, what tells of another sign-in
-  std::optional<std::string> gitHubCursor_;  // of the poll that is about to be delivered
 
   Due due_;
   Seconds retryDelay_{0};

@@ -13,6 +13,8 @@ namespace tessivane {
 
 namespace {
 
+constexpr std::string_view cursorKey = "github.cursor";
+
 struct Happening {
   ActivityKind kind = ActivityKind::prOpened;
   Date date = distantPast;
@@ -63,10 +65,27 @@ void reconcile(const BackendEventStore::PullRequest& pr,
 
 }  // namespace
 
-void BackendGitHubIngest::store(const std::vector<GitHubPR>& prs,
+std::optional<std::string> BackendGitHubIngest::cursor(BackendEventStore& store) {
+  return store.value(cursorKey);
+}
+
+// What a first poll brings happened before, however fresh it is.
+void BackendGitHubIngest::store(const BackendPolled& polled,
                                 const BackendGitScan::Sessions& sessions,
                                 const std::set<std::string>& commonDirs,
                                 const BackendPass& pass) {
+  BackendPass own = pass;
+  own.kind = polled.catchUp ? BackendGitScan::Pass::startUp : BackendGitScan::Pass::live;
+  const auto failures = pass.failures();
+  storeAll(polled.prs, sessions, commonDirs, own);
+  if (polled.cursor && pass.failures() == failures && !pass.isStopped())
+    pass.store.setValue(cursorKey, *polled.cursor);
+}
+
+void BackendGitHubIngest::storeAll(const std::vector<GitHubPR>& prs,
+                                   const BackendGitScan::Sessions& sessions,
+                                   const std::set<std::string>& commonDirs,
+                                   const BackendPass& pass) {
   const std::vector<std::string> dirs(commonDirs.begin(), commonDirs.end());
   // Each session is asked once, however many pull requests its repository has.
   std::unordered_map<std::string, Branch> branches;
@@ -104,7 +123,7 @@ void BackendGitHubIngest::store(const std::vector<GitHubPR>& prs,
 BackendGitHubIngest::Branch BackendGitHubIngest::branchOf(
     const AgentSession& session, const BackendGitScan::Sessions& sessions) {
   const auto told = sessions.branches.find(session.id());
-  if (told != sessions.branches.end() && told->second != "HEAD")
+  if (told != sessions.branches.end())
     return told->second;
   if (session.transcriptPath && BackendTranscripts::isRollout(session)) {
     std::optional<std::string>& known = codexBranches_[*session.transcriptPath];
@@ -117,8 +136,7 @@ BackendGitHubIngest::Branch BackendGitHubIngest::branchOf(
 }
 
 BackendGitHubIngest::Branch BackendGitHubIngest::treesBranch(const AgentSession& session) {
-  const std::string& place = session.cwd.empty() ? session.projectPath : session.cwd;
-  const auto dir = BackendGitLayout::gitDir(roots_.root(place));
+  const auto dir = BackendGitLayout::gitDir(roots_.root(workingDirectory(session)));
   return dir ? BackendGitLayout::currentBranch(joinedPath(*dir, "HEAD")) : std::nullopt;
 }
 

@@ -9,10 +9,10 @@
 #include <unordered_map>
 #include <vector>
 
+#include "backend/BackendGitHubPolls.h"
 #include "backend/BackendGitScan.h"
 #include "backend/BackendPass.h"
 #include "github/GitHubAttribution.h"
-#include "github/GitHubPR.h"
 #include "sessions/AgentSession.h"
 #include "sessions/ProjectRootResolver.h"
 
@@ -23,9 +23,13 @@ class BackendGitHubIngest final {
   /// `roots` outlives it.
   explicit BackendGitHubIngest(ProjectRootResolver& roots) : roots_(roots), attribution_(roots) {}
 
+  /// From where the next poll asks.
+  static std::optional<std::string> cursor(BackendEventStore& store);
+
   /// Brings the store in line with these pull requests, as far as they were opened or merged within
-  /// its window. `commonDirs`: the repositories that are known here.
-  void store(const std::vector<GitHubPR>& prs,
+  /// its window, and moves the cursor if all of it was stored. `commonDirs`: the repositories that
+  /// are known here.
+  void store(const BackendPolled& polled,
              const BackendGitScan::Sessions& sessions,
              const std::set<std::string>& commonDirs,
              const BackendPass& pass);
@@ -33,6 +37,10 @@ class BackendGitHubIngest final {
  private:
   using Branch = std::optional<std::string>;
 
+  void storeAll(const std::vector<GitHubPR>& prs,
+                const BackendGitScan::Sessions& sessions,
+                const std::set<std::string>& commonDirs,
+                const BackendPass& pass);
   Branch branchOf(const AgentSession& session, const BackendGitScan::Sessions& sessions);
   Branch treesBranch(const AgentSession& session);
 

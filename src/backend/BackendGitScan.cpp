@@ -29,8 +29,7 @@ std::vector<BackendGitSession> sessionsIn(const std::string& dir,
       continue;
     found.push_back({.session = session, .tree = roots.root(place)});
     const auto told = sessions.branches.find(session.id());
-    // Claude Code 2.1 writes "HEAD" where there is no branch.
-    if (told != sessions.branches.end() && told->second != "HEAD")
+    if (told != sessions.branches.end())
       found.back().ownBranch = told->second;
   }
   return found;

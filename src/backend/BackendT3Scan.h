@@ -42,8 +42,8 @@ class BackendT3Scan final {
 
   void scan(const BackendPass& pass, const SessionsByID& sessions);
 
-  /// To be called after the transaction of each pass. One that was not stored is read again from
-  /// the stored cursor on.
+  /// To be called after the transaction of each pass that was to scan. One that was not stored is
+  /// to scan again, and reads from the stored cursor on.
   void settle(bool stored);
 
  private:

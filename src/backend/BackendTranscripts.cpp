@@ -17,9 +17,14 @@ Date dateOf(const BackendFinding& finding) {
   return std::visit([](const auto& told) { return told.date; }, finding);
 }
 
-template <typename Findings>
-void append(std::vector<BackendFinding>& all, Findings&& some) {
-  all.insert(all.end(), std::make_move_iterator(some.begin()), std::make_move_iterator(some.end()));
+// Claude Code 2.1 writes "HEAD" where there is no branch.
+void noteBranch(const std::string& told,
+                const std::string& sessionID,
+                BackendTranscripts::Branches& branches) {
+  if (told == "HEAD")
+    branches.erase(sessionID);
+  else
+    branches[sessionID] = told;
 }
 
 }  // namespace
@@ -86,8 +91,6 @@ void BackendTranscripts::scan(const std::string& path,
   if (found == transcripts_.end())
     return;
   BackendTranscript& transcript = found->second;
-  if (transcript.claude)
-    before_.try_emplace(path, *transcript.claude);
   const auto failures = pass.failures();
   const auto cursor = pass.store.cursor(path);
   const Date since = pass.now - (cursor ? BackendEventStore::window : backfill_);
@@ -96,28 +99,35 @@ void BackendTranscripts::scan(const std::string& path,
       return static_cast<std::uint64_t>(std::max<std::int64_t>(stat.size, 0));
     return transcript.codex ? BackendFileReader::timestampedOffset(path, since) : 0;
   };
+  auto before = transcript.claude;
   std::vector<BackendFinding> findings;
+  const auto take = [&findings, since](auto&& told) {
+    for (auto& finding : told) {
+      if (dateOf(finding) >= since)
+        findings.emplace_back(std::move(finding));
+    }
+  };
   const auto reached =
       BackendFileReader::readAppended(path, cursor, start, [&](std::string_view lines) {
-        append(findings,
-               transcript.codex ? transcript.codex->scan(lines, pass.now)
-                                : transcript.claude->scan(lines, pass.now));
+        take(transcript.codex ? transcript.codex->scan(lines, pass.now)
+                              : transcript.claude->scan(lines, pass.now));
       });
+  if (before)
+    before_.insert_or_assign(path, Before{.scanner = *std::move(before), .reached = reached});
   if (transcript.claude && transcript.claude->branch())
-    branches[transcript.session.id()] = *transcript.claude->branch();
-  for (const BackendFinding& finding : findings) {
-    if (dateOf(finding) >= since)
-      apply(finding, transcript.session, branches, pass);
-  }
+    noteBranch(*transcript.claude->branch(), transcript.session.id(), branches);
+  for (const BackendFinding& finding : findings)
+    apply(finding, transcript.session, branches, pass);
   if (reached && reached != cursor && pass.failures() == failures)
     pass.store.setCursor(*reached, path, pass.now);
 }
 
-void BackendTranscripts::settle(bool stored) {
-  for (auto& [path, scanner] : std::exchange(before_, {})) {
+void BackendTranscripts::settle(BackendEventStore& store, bool stored) {
+  for (auto& [path, before] : std::exchange(before_, {})) {
     const auto transcript = transcripts_.find(path);
-    if (!stored && transcript != transcripts_.end())
-      transcript->second.claude = std::move(scanner);
+    if (stored || transcript == transcripts_.end() || store.cursor(path) == before.reached)
+      continue;
+    transcript->second.claude = std::move(before.scanner);
   }
 }
 
@@ -154,9 +164,8 @@ void BackendTranscripts::apply(const BackendPRFinding& finding,
   event.id = BackendEventRow::id(event.kind, root, ref);
   event.ref = ref;
   event.detail = slug;
-  // Claude Code 2.1 writes "HEAD" where there is no branch.
   const auto branch = branches.find(session.id());
-  if (branch != branches.end() && branch->second != "HEAD")
+  if (branch != branches.end())
     event.branch = branch->second;
   event.firstSeen = pass.firstSeen(event.date);
   pass.insert(event);

@@ -4,8 +4,8 @@
 // tell: edits and pull requests, attributed to their sessions and stored. On the activity queue,
 // owned by the activity store.
 //
-// A scanner remembers commands whose result is still to come, so it must know of no line that the
-// store does not know: after a transaction that was undone it is as it was before.
+// A scanner remembers commands whose result is still to come, so it must know of the same lines as
+// the store: where a transaction has not moved the cursor, it is as it was before.
 
 #include <chrono>
 #include <optional>
@@ -25,7 +25,8 @@ namespace tessivane {
 
 class BackendTranscripts final {
  public:
-  /// The branch that each session's transcript named last, by `AgentSession::id`.
+  /// The branch that each session's transcript named last, by `AgentSession::id`; none where it
+  /// said that there is none.
   using Branches = std::unordered_map<std::string, std::string>;
 
   /// `repositories` outlives it.
@@ -44,8 +45,9 @@ class BackendTranscripts final {
   /// stored.
   void scan(const std::string& path, const BackendPass& pass, Branches& branches);
 
-  /// To be called after the transaction of each pass.
-  void settle(bool stored);
+  /// To be called after the transaction of each pass. One that was not stored as a whole may have
+  /// been for some of the transcripts.
+  void settle(BackendEventStore& store, bool stored);
 
  private:
   /// Exactly one scanner is set.
@@ -53,6 +55,12 @@ class BackendTranscripts final {
     AgentSession session = {};
     std::optional<BackendClaudeScanner> claude = {};
     std::optional<BackendCodexScanner> codex = {};
+  };
+
+  /// A scanner as it was before this pass, and how far it has read since.
+  struct Before {
+    BackendClaudeScanner scanner = {};
+    std::optional<BackendFileCursor> reached = {};
   };
 
   static BackendTranscript follow(const AgentSession& session);
@@ -68,8 +76,7 @@ class BackendTranscripts final {
   BackendRepositories& repositories_;
   const std::chrono::seconds backfill_;
   std::unordered_map<std::string, BackendTranscript> transcripts_;  // by path
-  // The scanners of this pass as they were before it.
-  std::unordered_map<std::string, BackendClaudeScanner> before_;
+  std::unordered_map<std::string, Before> before_;                  // likewise
 };
 
 }  // namespace tessivane

@@ -46,7 +46,8 @@ class BackendActivityFaultTest : public ActivityRun {
     clock_.set(repository_.now());
     addSession("a").status = SessionStatus::working;
     sessions_[0].startedAt = clock_.now();
-    home_.write(relative("a"), "", clock_.now());
+    for (const char* id : {"0", "z"})
+      addSession(id);
     startWithSessions();
     say("a", {claude::bash("before", "gh pr create -t 'Before'")});
     tell();
@@ -56,9 +57,12 @@ class BackendActivityFaultTest : public ActivityRun {
     files_.change(repository_.gitDir() + "/logs/HEAD");
     queue_.advance(2s);
   }
-  /// Things of every kind happen.
+  /// Things of every kind happen, in files that are read before and after the one that something
+  /// may be wrong with.
   void work() {
     say("a", {claude::result("before", pullURL(1))});
+    for (const char* id : {"0", "z"})
+      say(id, {claude::bash("call", "gh pr create -t 'By " + std::string(id) + "'")});
     sayEdit("a", "work/shed/door.cpp");
     say("a", {claude::bash("within", "gh pr create -t 'Within'")});
     repository_.commit("Work");
@@ -71,6 +75,8 @@ class BackendActivityFaultTest : public ActivityRun {
     EXPECT_EQ(stored().edits.size(), 1U);
     EXPECT_EQ(stored().events.size(), 6U);
     say("a", {claude::result("within", pullURL(2))});
+    say("0", {claude::result("call", pullURL(3))});
+    say("z", {claude::result("call", pullURL(4))});
     tell();
   }
   /// What of it is stored.
@@ -83,6 +89,8 @@ class BackendActivityFaultTest : public ActivityRun {
                                      "commit Work",
                                      "prOpened Before",
                                      "prOpened Within",
+                                     "prOpened By 0",
+                                     "prOpened By z",
                                      "needsYou Session a",
                                      "started Session a",
                                      "started Session b"));
@@ -96,7 +104,7 @@ class BackendActivityFaultTest : public ActivityRun {
     // What is told anew after the loss of a file was handed over before.
     ids.erase("commit:" + home_.path("work/shed") + ":" + firstCommit_);
     ids.erase("started:" + home_.path("work/shed") + ":claude:a");
-    EXPECT_EQ(ids.size(), 5U);
+    EXPECT_EQ(ids.size(), 7U);
     EXPECT_EQ(editedFiles(), 1);
   }
 

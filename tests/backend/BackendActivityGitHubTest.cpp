@@ -2,6 +2,7 @@
 // a transcript has told of, and from where the next poll asks.
 
 #include <chrono>
+#include <filesystem>
 
 #include <gmock/gmock.h>
 
@@ -155,6 +156,28 @@ TEST_F(BackendActivityGitHubTest, AsksAgainForWhatCouldNotBeStored) {
   poll({});
   poll({});
   EXPECT_NE(lastSearch(), search);
+}
+
+// How far GitHub was asked is lost with the file, also for a request that is on its way.
+TEST_F(BackendActivityGitHubTest, AsksForEverythingWhenTheDatabaseIsGone) {
+  start();
+  refresh();
+  for (const bool answersFirst : {true, false}) {
+    poll({pullRequest(1, "First")});
+    poll({});
+    const std::string fromCursor = lastSearch();
+    queue_.advance(60s);
+    std::filesystem::remove_all(home_.path("data"));
+    transport_->answers.push_back(searchPage(json::array({pullRequest(2, "Second")})));
+    if (answersFirst)
+      worker_.runPending();
+    refresh();
+    transport_->answers = {searchPage({pullRequest(1, "First"), pullRequest(2, "Second")})};
+    worker_.runPending();
+    queue_.advance(2s);
+    EXPECT_LT(lastSearch(), fromCursor);
+    EXPECT_EQ(stored().events.size(), 2U);
+  }
 }
 
 TEST_F(BackendActivityGitHubTest, KeepsTheTokenOutOfFilesAndWords) {

@@ -214,6 +214,24 @@ TEST_F(BackendActivityStoreTest, FollowsWhereSessionsWork) {
   EXPECT_THAT(watched(), IsEmpty());
 }
 
+// What the old watch has gathered and not told goes with it.
+TEST_F(BackendActivityStoreTest, MissesNothingWhileItsWatchesChange) {
+  GitRepository shed(home_, "work/shed");
+  const GitRepository barn(home_, "work/barn");
+  shed.commit("Begin");
+  clock_.set(shed.now());
+  addSession("a");
+  startWithSessions();
+  shed.commit("With another session");
+  addSession("b", "work/barn");
+  refresh();
+  shed.commit("With one less");
+  sessions_.pop_back();
+  refresh();
+  queue_.advance(2s);
+  EXPECT_THAT(titles(), ElementsAre("With another session", "With one less"));
+}
+
 TEST_F(BackendActivityStoreTest, TellsWhatTheSessionsDo) {
   addSession("a").startedAt = clock_.now();
   home_.write(".claude/projects/s/a/subagents/agent-1.jsonl", "", clock_.now());
@@ -251,6 +269,20 @@ TEST_F(BackendActivityStoreTest, KnowsAPullRequestFromElsewhere) {
   EXPECT_THAT(titles(), ElementsAre("From GitHub", "From GitHub"));
   EXPECT_EQ(events()[1].kind, ActivityKind::prMerged);
   EXPECT_EQ(events()[1].projectRoot, home_.path("work/shed"));
+}
+
+TEST_F(BackendActivityStoreTest, NamesTheBranchThatATranscriptIsOn) {
+  addSession("a");
+  startWithSessions();
+  int number = 0;
+  for (const std::string branch : {"door", "HEAD"}) {
+    openPullRequest("a", ++number);
+    json line = claude::message("user", "Go");
+    line["gitBranch"] = branch;
+    say("a", {line});
+    queue_.advance(3s);
+    EXPECT_EQ(events().back().branch, branch == "HEAD" ? std::nullopt : std::optional(branch));
+  }
 }
 
 TEST_F(BackendActivityStoreTest, ShowsPathsAsAPersonKnowsThem) {

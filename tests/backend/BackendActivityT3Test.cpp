@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include "ActivityRun.h"
+#include "helpers/DatabaseOwner.h"
 #include "helpers/T3Database.h"
 
 namespace tessivane {
@@ -147,6 +148,30 @@ TEST_F(BackendActivityT3Test, WaitsForTwoDaysToLearnWhereAnEditBelongs) {
   edit("c", "new");
   scan();
   EXPECT_EQ(storedCursor(), isoTextWithMilliseconds(clock_.now() - 7s));
+}
+
+// Not even by a pass that reads other things and fails. Until another session turns up T3 is not
+// asked again.
+TEST_F(BackendActivityT3Test, ForgetsNoEditThatWaits) {
+  home_.makeDirectory("data");
+  const DatabaseOwner other(dbPath_);
+  t3();
+  startWithSessions();
+  edit("a", "new");
+  scan();
+  const auto timers = queue_.timers().size();
+  refresh();
+  EXPECT_EQ(queue_.timers().size(), timers);
+  other.run("begin immediate; create table theirs(x)");
+  store().record({commitEvent("1", clock_.now())});
+  queue_.advance(3s);
+  other.run("commit");
+  queue_.advance(61s);
+  EXPECT_THAT(titles(), ElementsAre("Commit 1"));
+  addThread("new");
+  refresh();
+  queue_.advance(7s);
+  EXPECT_THAT(filed(), ElementsAre("t3:new shed 1 a"));
 }
 
 TEST_F(BackendActivityT3Test, GoesOnBehindRowsThatWouldHoldItUp) {

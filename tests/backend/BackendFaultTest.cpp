@@ -1,13 +1,11 @@
 // An event database that is locked, full, read-only, broken or newer than the program: nothing
 // hangs or crashes, and once the fault has passed the next pass stores what this one could not.
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -76,32 +74,6 @@ TEST_F(BackendFaultTest, MakesGoodWhatAFullDatabaseRefused) {
       EXPECT_TRUE(scan.run(store()));
       EXPECT_EQ(contents(store().db()), expected);
     }
-  }
-}
-
-// A disk that is full when the commit writes: here the file may not grow.
-TEST_F(BackendFaultTest, MakesGoodWhatADiskRefused) {
-  const SampleScan scan{.files = 60};
-  const std::string expected = undisturbed(scan);
-  ::chmod(home_.path().c_str(), 0777);
-  for (const rlim_t spare : {1000U, 20000U, 90000U}) {
-    const std::string path = home_.path(std::to_string(spare));
-    EXPECT_TRUE(succeedsElsewhere([&] {
-      ::signal(SIGXFSZ, SIG_IGN);
-      const auto store = BackendEventStore::open(path);
-      rlimit limit{};
-      ::getrlimit(RLIMIT_FSIZE, &limit);
-      const rlim_t free = limit.rlim_cur;
-      limit.rlim_cur = fs::file_size(path + "-wal") + spare;
-      ::setrlimit(RLIMIT_FSIZE, &limit);
-      scan.run(*store);
-      const bool refused = contents(store->db()) != expected || store->db().inTransaction();
-      limit.rlim_cur = free;
-      ::setrlimit(RLIMIT_FSIZE, &limit);
-      return refused && scan.run(*store) && !store->db().inTransaction() &&
-             contents(store->db()) == expected;
-    })) << spare;
-    EXPECT_EQ(contents(BackendEventStore::open(path)->db()), expected);
   }
 }
 

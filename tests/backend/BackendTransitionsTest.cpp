@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "StoreFixture.h"
-#include "backend/BackendPublishThrottle.h"
 #include "backend/BackendSessionAgents.h"
 #include "backend/BackendStartDetector.h"
 #include "backend/BackendTransitionDetector.h"
@@ -172,14 +171,6 @@ TEST(BackendSessionAgentsTest, KnowsTheFamilyOfAModel) {
     EXPECT_EQ(BackendSessionAgents::engine({.agent = row.agent, .model = row.model}), row.engine)
         << row.model;
   }
-}
-
-TEST(BackendPublishThrottleTest, WaitsOutTheInterval) {
-  const BackendPublishThrottle throttle{.interval = Seconds(1), .lastPublish = noon};
-  EXPECT_EQ(BackendPublishThrottle().wait(noon), Seconds(0));
-  EXPECT_EQ(throttle.wait(noon + 250ms), Seconds(0.75));
-  EXPECT_EQ(throttle.wait(noon + 5s), Seconds(0));
-  EXPECT_EQ(throttle.wait(noon - 1h), Seconds(1));  // the clock was set back
 }
 
 }  // namespace
