@@ -77,18 +77,16 @@ TEST_P(UserDefaultsTest, TellsOfGatheredChangesOnce) {
     std::function<void()> change;
     int tellings;
   };
-  const Step steps[] = {
-      {"two changes", [&] { defaults_->set("n", 1), defaults_->set("n", 2); }, 2},
-      {"an equal value", [&] { defaults_->set("n", 3); }, 0},
-      {"removing", [&] { defaults_->remove("n"); }, 2},
-      {"removing nothing", [&] { defaults_->remove("m"); }, 0},
-  };
-  for (const Step& step : steps) {
+  const Step steps[] = {{"two changes", [&] { defaults_->set("n", 1), defaults_->set("n", 2); }, 2},
+                        {"an equal value", [&] { defaults_->set("n", 3); }, 0},
+                        {"removing", [&] { defaults_->remove("n"); }, 2},
+                        {"removing nothing", [&] { defaults_->remove("m"); }, 0}};
+  for (const auto& [what, change, tellings] : steps) {
     told = 0;
-    step.change();
-    EXPECT_EQ(told, 0) << step.what << ": told within the change";
+    change();
+    EXPECT_EQ(told, 0) << what << ": told within the change";
     queue_.runPending();
-    EXPECT_EQ(told, step.tellings) << step.what;
+    EXPECT_EQ(told, tellings) << what;
   }
   EXPECT_EQ(seen, 3);
 }
