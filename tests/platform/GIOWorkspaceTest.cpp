@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -94,18 +93,14 @@ TEST_F(GIOWorkspaceTest, DoesNotWaitForASessionBusThatIsMute) {
   ASSERT_EQ(::listen(listener, 4), 0);
   // In a process of its own, since GIO keeps what it has found out about the bus. Forked before the
   // other tests have started any thread.
-  const pid_t process = ::fork();
-  if (process == 0) {
-    // The child has one thread.
-    ::setenv("DBUS_SESSION_BUS_ADDRESS",  // NOLINT(concurrency-mt-unsafe)
+  const auto openWithThatBus = [&path] {
+    ::setenv("DBUS_SESSION_BUS_ADDRESS",  // NOLINT(concurrency-mt-unsafe): the child has one thread
              ("unix:path=" + path).c_str(),
              1);
     ::alarm(30);
     ::_exit(gioWorkspace().openURL("t3code://x") ? 0 : 1);
-  }
-  int status = -1;
-  EXPECT_EQ(::waitpid(process, &status, 0), process);
-  EXPECT_EQ(status, 0);
+  };
+  EXPECT_EXIT(openWithThatBus(), testing::ExitedWithCode(0), "");
   ::close(listener);
 }
 

@@ -51,15 +51,15 @@ TEST_P(UserDefaultsTest, EachTypeReadsAsItselfOnly) {
   for (const std::string key :
        {"boolean", "number", "text", "data", "array", "dictionary", "absent"}) {
     SCOPED_TRACE(key);
-    const auto expected = [&key](const char* own, auto value) {
-      return key == own ? std::optional(value) : std::nullopt;
+    const auto own = [&key](const char* name, auto value) {
+      return key == name ? std::optional(value) : std::nullopt;
     };
-    EXPECT_EQ(defaults.boolean(key), expected("boolean", false));
-    EXPECT_EQ(defaults.number(key), expected("number", 3.0));
-    EXPECT_EQ(defaults.text(key), expected("text", std::string("word")));
-    EXPECT_EQ(defaults.data(key), expected("data", std::string("a\0\xFF", 3)));
-    EXPECT_EQ(defaults.array(key), expected("array", array));
-    EXPECT_EQ(defaults.dictionary(key), expected("dictionary", dictionary));
+    EXPECT_EQ(defaults.boolean(key), own("boolean", false));
+    EXPECT_EQ(defaults.number(key), own("number", 3.0));
+    EXPECT_EQ(defaults.text(key), own("text", std::string("word")));
+    EXPECT_EQ(defaults.data(key), own("data", std::string("a\0\xFF", 3)));
+    EXPECT_EQ(defaults.array(key), own("array", array));
+    EXPECT_EQ(defaults.dictionary(key), own("dictionary", dictionary));
   }
 }
 

@@ -75,6 +75,9 @@ class ClaudeProviderTest : public testing::Test {
   std::string transcript(const std::string& id, std::string_view lines) {
     return home_.write(".claude/projects/p/" + id + ".jsonl", lines, now_);
   }
+  std::string transcript(const std::string& id, std::initializer_list<json> lines) {
+    return transcript(id, jsonLines(lines));
+  }
 
   void metadata(const std::string& name, const json& object) {
     home_.write(metadataDirectory + name, object.dump(), now_);
@@ -229,8 +232,7 @@ TEST_F(ClaudeProviderTest, looksFurtherBackWhenOneLineFillsTheWindow) {
   transcript("late", huge(300'000) + question);
   const auto found = sessions();
   ASSERT_EQ(found.size(), 2U);
-  EXPECT_EQ(found[0].nativeID, "late");
-  EXPECT_EQ(found[1].nativeID, "near");
+  EXPECT_EQ(found[0].nativeID + " " + found[1].nativeID, "late near");
   EXPECT_EQ(found[1].activity, *isoDate("2026-10-05T11:00:00Z"));
 }
 
@@ -247,21 +249,21 @@ TEST_F(ClaudeProviderTest, aFirstPromptMakesTheTitle) {
       {json::array(), "work tree"},
       {5, "work tree"}};
   for (const auto& [content, title] : rows) {
-    transcript("id", jsonLines({user(content), assistant(list({text("ok")}))}));
+    transcript("id", {user(content), assistant(list({text("ok")}))});
     EXPECT_EQ(session().title, title) << content;
   }
   auto meta = user("machine");
   meta["isMeta"] = true;
-  transcript("id", jsonLines({meta, user("person")}));
+  transcript("id", {meta, user("person")});
   EXPECT_EQ(session().title, "person");
 }
 
 TEST_F(ClaudeProviderTest, listsATerminalSession) {
   const auto path = transcript("5f",
-                               jsonLines({{{"type", "permission-mode"}, {"permissionMode", "plan"}},
-                                          user("go", "2026-10-05T10:00:00.000Z"),
-                                          {{"type", "ai-title"}, {"aiTitle", "A title"}},
-                                          assistant(list({text("Done.")}))}));
+                               {{{"type", "permission-mode"}, {"permissionMode", "plan"}},
+                                user("go", "2026-10-05T10:00:00.000Z"),
+                                {{"type", "ai-title"}, {"aiTitle", "A title"}},
+                                assistant(list({text("Done.")}))});
   EXPECT_EQ(session(),
             (AgentSession{.agent = Agent::claude,
                           .nativeID = "5f",
@@ -282,11 +284,11 @@ TEST_F(ClaudeProviderTest, listsATerminalSession) {
 TEST_F(ClaudeProviderTest, leavesOutWhatIsNoTerminalSession) {
   auto started = user("x");
   started["entrypoint"] = "sdk-cli";
-  transcript("sdk", jsonLines({started}));
+  transcript("sdk", {started});
   auto placeless = user("x");
   placeless.erase("cwd");
-  transcript("placeless", jsonLines({placeless}));
-  transcript("old-message", jsonLines({user("x", "2026-10-03T23:59:59.999Z")}));
+  transcript("placeless", {placeless});
+  transcript("old-message", {user("x", "2026-10-03T23:59:59.999Z")});
   transcript("empty", "");
   home_.write(".claude/projects/p/old-file.jsonl", jsonLines({user("x")}), since_ - 1us);
   home_.write(".claude/projects/p/sub/deep.jsonl", jsonLines({user("x")}), now_);
@@ -297,7 +299,7 @@ TEST_F(ClaudeProviderTest, leavesOutWhatIsNoTerminalSession) {
 }
 
 TEST_F(ClaudeProviderTest, listsADesktopSession) {
-  const auto path = transcript("cli-1", jsonLines({user("q"), assistant(list({text("a")}))}));
+  const auto path = transcript("cli-1", {user("q"), assistant(list({text("a")}))});
   home_.makeDirectory("repo/.git");
   metadata("local_1.json",
            {{"sessionId", "desk-1"},
@@ -327,8 +329,8 @@ TEST_F(ClaudeProviderTest, listsADesktopSession) {
 }
 
 TEST_F(ClaudeProviderTest, aDesktopSessionHidesItsTranscriptEvenWhenItIsNotListed) {
-  transcript("archived", jsonLines({user("x")}));
-  transcript("old", jsonLines({user("x")}));
+  transcript("archived", {user("x")});
+  transcript("old", {user("x")});
   metadata("local_a.json", {{"cliSessionId", "archived"}, {"isArchived", true}});
   metadata("local_o.json", {{"cliSessionId", "old"}, {"lastActivityAt", 1791190800000}});
   home_.setModified(std::string(metadataDirectory) + "local_o.json", since_ - 1us);
@@ -355,24 +357,19 @@ TEST_F(ClaudeProviderTest, aDesktopSessionNeedsNoTranscript) {
 }
 
 TEST_F(ClaudeProviderTest, theMetadataSaysWhetherThePersonIsAwaited) {
-  const std::pair<json, bool> rows[] = {{true, true},
-                                        {false, false},
-                                        {nullptr, false},
-                                        {2, true},
-                                        {0, true},
-                                        {"", true},
-                                        {json::object(), true}};
-  for (const auto& [value, awaits] : rows) {
+  const auto isAwaited = [&](const json& value) {
     metadata("local_1.json",
              {{"lastActivityAt", 1791201600000}, {"interruptedAwaitingPerson", value}});
-    EXPECT_EQ(session().status == SessionStatus::needsYou, awaits) << value;
-  }
+    return session().status == SessionStatus::needsYou;
+  };
+  for (const json& value : std::initializer_list<json>{true, 2, 0, "", json::object()})
+    EXPECT_TRUE(isAwaited(value)) << value;
+  for (const json& value : std::initializer_list<json>{false, nullptr})
+    EXPECT_FALSE(isAwaited(value)) << value;
 }
 
 TEST_F(ClaudeProviderTest, theMetadataGoesBeforeTheTranscriptWhereItSaysMore) {
-  transcript(
-      "c",
-      jsonLines({user("q"), {{"permissionMode", "auto"}}, assistant(list({toolUse("Edit")}))}));
+  transcript("c", {user("q"), {{"permissionMode", "auto"}}, assistant(list({toolUse("Edit")}))});
   // Five minutes after the call, which is newer than the time in the metadata.
   now_ = *isoDate("2026-10-05T11:05:01Z");
   json object = {{"cliSessionId", "c"}, {"lastActivityAt", 1791190800000}};
@@ -400,23 +397,23 @@ TEST_F(ClaudeProviderTest, theMetadataMayLieInTheConfigDirectory) {
 
 TEST_F(ClaudeProviderTest, looksForNewTranscriptsEveryThirtySeconds) {
   EXPECT_TRUE(sessions().empty());
-  transcript("new", jsonLines({user("x")}));
+  transcript("new", {user("x")});
   now_ += 29s;
   EXPECT_TRUE(sessions().empty());
   now_ += 1s;
   EXPECT_EQ(sessions().size(), 1U);
   // A clock set back does not stop the scans, nor does a new window.
   now_ -= 1h;
-  transcript("second", jsonLines({user("x")}));
+  transcript("second", {user("x")});
   EXPECT_EQ(sessions().size(), 2U);
-  transcript("third", jsonLines({user("x")}));
+  transcript("third", {user("x")});
   EXPECT_EQ(sessions().size(), 2U);
   since_ -= 1s;
   EXPECT_EQ(sessions().size(), 3U);
 }
 
 TEST_F(ClaudeProviderTest, seesAnAppendWithinOneTickOfTheFileClock) {
-  transcript("a", jsonLines({user("x")}));
+  transcript("a", {user("x")});
   EXPECT_EQ(session().status, SessionStatus::idle);
   home_.append(".claude/projects/p/a.jsonl", jsonLines({assistant(list({text("t")}))}));
   home_.setModified(".claude/projects/p/a.jsonl", now_);
@@ -441,11 +438,10 @@ TEST_F(ClaudeProviderTest, oneBadFileCostsNoOther) {
   const std::string desk = home_.makeDirectory(metadataDirectory);
   ASSERT_EQ(::mkfifo((desk + "/local_fifo.json").c_str(), 0600), 0);
   std::filesystem::create_directory_symlink("..", desk + "/up");
-  std::vector<std::string> ids;
+  std::string ids;
   for (const auto& found : sessions())
-    ids.push_back(found.nativeID);
-  EXPECT_EQ(ids,
-            (std::vector<std::string>{"crlf", "deep", "deeper", "fine", "nul", "numbers", "utf8"}));
+    ids += found.nativeID + " ";
+  EXPECT_EQ(ids, "crlf deep deeper fine nul numbers utf8 ");
 }
 
 }  // namespace

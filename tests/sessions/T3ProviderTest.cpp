@@ -292,8 +292,9 @@ TEST_F(T3ProviderTest, EveryNativeSessionOfAThreadHasItsOwner) {
          {{"provider_thread_id", "a/claudeAgent"},
           {"payload_json", {{"nativeThreadId", "before recovery"}}}});
   const auto runInV1 = [&](const char* thread, const char* driver, const json& cursor) {
-    json row{{"thread_id", thread}, {"provider_name", driver}, {"resume_cursor_json", cursor}};
-    t3.db.insert("provider_session_runtime", row);
+    t3.db.insert(
+        "provider_session_runtime",
+        {{"thread_id", thread}, {"provider_name", driver}, {"resume_cursor_json", cursor}});
   };
   runInV1("imported", "codex", {{"threadId", "n6"}});
   runInV1("imported too", "claudeAgent", {{"threadId", "imported too"}, {"resume", "n7"}});
