@@ -10,9 +10,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -25,6 +23,7 @@
 #include "helpers/Event.h"
 #include "helpers/TempHome.h"
 #include "platform/linux/AsioMainQueue.h"
+#include "support/Files.h"
 
 namespace tessivane {
 namespace {
@@ -34,29 +33,26 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 
 std::string contents(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  return readWholeFile(path, 100'000'000).value_or("(none)");
 }
 
 // Runs `body` in a process of its own, which succeeds when nothing in it has failed.
-class ChildProcess final {
- public:
-  explicit ChildProcess(const std::function<void()>& body) : process_(::fork()) {
-    if (process_ != 0)
-      return;
+pid_t inChild(const std::function<void()>& body) {
+  const pid_t process = ::fork();
+  if (process == 0) {
     body();
     std::_Exit(testing::Test::HasFailure() ? 1 : 0);
   }
-  [[nodiscard]] bool succeeds() const {
-    int status = -1;
-    return ::waitpid(process_, &status, 0) == process_ && status == 0;
-  }
+  return process;
+}
 
- private:
-  pid_t process_;
-};
+bool succeeds(pid_t process) {
+  int status = -1;
+  return ::waitpid(process, &status, 0) == process && status == 0;
+}
 
 class FileUserDefaultsTest : public testing::Test {
  protected:
@@ -64,16 +60,11 @@ class FileUserDefaultsTest : public testing::Test {
     return std::make_unique<FileUserDefaults>(
         path_, queue_, [this](const std::string& sentence) { said_.push_back(sentence); });
   }
-  std::vector<std::string> files() const {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(fs::path(path_).parent_path()))
-      names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-  }
+  void write(std::string_view text) const { home_.write("config/Tessivane/defaults.json", text); }
 
   TempHome home_;
-  std::string path_ = home_.path("config/Tessivane/defaults.json");
+  std::string directory_ = home_.path("config/Tessivane");
+  std::string path_ = directory_ + "/defaults.json";
   // Run by the tests that want to be told. It takes tasks from any thread.
   AsioMainQueue queue_;
   std::vector<std::string> said_;
@@ -120,14 +111,15 @@ TEST_F(FileUserDefaultsTest, IsPrivateAndLeavesNothingBehind) {
   struct stat status {};
   ASSERT_EQ(::stat(path_.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777U, 0600U);
-  EXPECT_THAT(files(), ElementsAre("defaults.json", "defaults.json.lock"));
+  EXPECT_THAT(directoryEntries(directory_),
+              UnorderedElementsAre("defaults.json", "defaults.json.lock"));
 }
 
 TEST_F(FileUserDefaultsTest, UnderstandsWhatPeopleWrite) {
-  home_.write("config/Tessivane/defaults.json",
-              R"({"on": true, "n": 5, "nothing": null, "list": [1, null], "odd": {"$data": 7},
+  write(
+      R"({"on": true, "n": 5, "nothing": null, "list": [1, null], "odd": {"$data": 7},
                   "map": {"a": null}, "deep": )" +
-                  std::string(5'000, '[') + std::string(5'000, ']') + "}");
+      std::string(5'000, '[') + std::string(5'000, ']') + "}");
   const auto defaults = open();
   EXPECT_EQ(defaults->boolean("on"), true);
   EXPECT_EQ(defaults->number("n"), 5);
@@ -140,23 +132,22 @@ TEST_F(FileUserDefaultsTest, KeepsASpoiledFileAside) {
   const std::string spoiled[] = {
       "",
       "\n",
-      "{\"rushHold\": tr",
-      "{\"rushHold\": true",
-      "{\"rushHold\": true}}",
-      "[{\"rushHold\": true}]",
+      R"({"rushHold": tr)",
+      R"({"rushHold": true)",
+      R"({"rushHold": true}})",
+      R"([{"rushHold": true}])",
       "null",
       "rushHold = true",
-      "{\"rushHold\": true, \"x\": 1e999}",
+      R"({"rushHold": true, "x": 1e999})",
       "{\"rushHold\": true, \"x\": \"\xFF\"}",
       std::string(4'096, '\0'),
       std::string(100'000, '['),
-      "{\"rushHold\": true, \"x\": \"" + std::string(std::size_t{17} << 20, 'x') + "\"}",
-  };
+      R"({"rushHold": true, "x": ")" + std::string(std::size_t{17} << 20, 'x') + "\"}"};
   int number = 0;
   for (const std::string& text : spoiled) {
     SCOPED_TRACE(text.substr(0, 30));
     said_.clear();
-    home_.write("config/Tessivane/defaults.json", text);
+    write(text);
     {
       const auto defaults = open();
       EXPECT_EQ(defaults->boolean("rushHold"), std::nullopt);
@@ -176,7 +167,7 @@ TEST_F(FileUserDefaultsTest, KeepsWhatIsNoFileAside) {
       [&] { ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0); },
       [&] { fs::create_symlink(path_, path_); },
   };
-  fs::create_directories(fs::path(path_).parent_path());
+  fs::create_directories(directory_);
   for (const auto& make : obstacles) {
     said_.clear();
     fs::remove_all(path_);
@@ -190,12 +181,7 @@ TEST_F(FileUserDefaultsTest, KeepsWhatIsNoFileAside) {
 // Each way in which the disk can refuse. In a process of its own, whose rights and limits it
 // changes.
 TEST_F(FileUserDefaultsTest, ValuesThatCannotBeSavedLastForThisRun) {
-  struct Case {
-    std::string what;
-    std::function<void()> refuse;
-  };
-  const std::string directory = fs::path(path_).parent_path().string();
-  const Case cases[] = {
+  const std::pair<std::string, std::function<void()>> refusals[] = {
       {"a full disk",
        [] {
          ::signal(SIGXFSZ, SIG_IGN);
@@ -204,20 +190,19 @@ TEST_F(FileUserDefaultsTest, ValuesThatCannotBeSavedLastForThisRun) {
        }},
       {"a read-only directory",
        [&] {
-         ASSERT_EQ(::chmod(directory.c_str(), 0555), 0);
+         ASSERT_EQ(::chmod(directory_.c_str(), 0555), 0);
          // Nobody's rights: root would not be refused.
          ASSERT_TRUE(::geteuid() != 0 || ::seteuid(65'534) == 0);
        }},
-      {"a write-protected file", [&] { ASSERT_EQ(::chmod(path_.c_str(), 0444), 0); }},
-  };
+      {"a write-protected file", [&] { ASSERT_EQ(::chmod(path_.c_str(), 0444), 0); }}};
   ASSERT_EQ(::chmod(home_.path().c_str(), 0755), 0);
-  for (const Case& test : cases) {
-    SCOPED_TRACE(test.what);
-    fs::remove_all(directory);
-    home_.write("config/Tessivane/defaults.json", R"({"kept": 1, "removed": 1})");
+  for (const auto& [what, refuse] : refusals) {
+    SCOPED_TRACE(what);
+    fs::remove_all(directory_);
+    write(R"({"kept": 1, "removed": 1})");
     const std::string before = contents(path_);
-    const ChildProcess child([&] {
-      test.refuse();
+    EXPECT_TRUE(succeeds(inChild([&, refuse = refuse] {
+      refuse();
       const auto defaults = open();
       defaults->set("new", "value");
       defaults->remove("removed");
@@ -226,8 +211,7 @@ TEST_F(FileUserDefaultsTest, ValuesThatCannotBeSavedLastForThisRun) {
       EXPECT_EQ(defaults->number("removed"), std::nullopt);
       EXPECT_EQ(defaults->number("kept"), 1);
       EXPECT_THAT(said_, ElementsAre(HasSubstr("could not be saved")));
-    });
-    EXPECT_TRUE(child.succeeds());
+    })));
     EXPECT_EQ(contents(path_), before);
     EXPECT_FALSE(fs::exists(path_ + ".tmp"));
   }
@@ -239,7 +223,7 @@ TEST_F(FileUserDefaultsTest, SavesWhatItCouldNotOnceItCan) {
   {
     const auto defaults = open();
     defaults->set("early", 1);
-    fs::remove(fs::path(path_).parent_path());
+    fs::remove(directory_);
     defaults->set("late", 2);
   }
   const auto defaults = open();
@@ -260,12 +244,10 @@ TEST_F(FileUserDefaultsTest, TwoProcessesLoseNothing) {
     }
     EXPECT_THAT(said_, IsEmpty());
   };
-  {
-    const ChildProcess first([&] { writeKeys("a"); });
-    const ChildProcess second([&] { writeKeys("b"); });
-    EXPECT_TRUE(first.succeeds());
-    EXPECT_TRUE(second.succeeds());
-  }
+  const pid_t first = inChild([&] { writeKeys("a"); });
+  const pid_t second = inChild([&] { writeKeys("b"); });
+  EXPECT_TRUE(succeeds(first));
+  EXPECT_TRUE(succeeds(second));
   const auto defaults = open();
   for (const std::string prefix : {"a", "b"}) {
     EXPECT_EQ(defaults->number(prefix), writes - 1);
@@ -287,18 +269,14 @@ TEST_F(FileUserDefaultsTest, TellsOfWhatOthersChange) {
   };
   const std::vector<Step> steps = {
       {"saved by another process", [&] { other->set("n", 1); }, 1},
-      {"written in place", [&] { home_.write("config/Tessivane/defaults.json", R"({"n":2})"); }, 2},
+      {"written in place", [&] { write(R"({"n":2})"); }, 2},
       {"moved away", [&] { fs::rename(path_, path_ + ".old"); }, std::nullopt},
       {"moved back", [&] { fs::rename(path_ + ".old", path_); }, 2},
       {"removed", [&] { fs::remove(path_); }, std::nullopt},
       {"set after the directory has gone",
-       [&] {
-         fs::remove_all(fs::path(path_).parent_path());
-         defaults->set("n", 3);
-       },
+       [&] { fs::remove_all(directory_), defaults->set("n", 3); },
        3},
-      {"saved by another process in the new directory", [&] { other->set("n", 4); }, 4},
-  };
+      {"saved by another process in the new directory", [&] { other->set("n", 4); }, 4}};
   std::size_t done = 0;
   const Subscription subscription = defaults->subscribe([&] {
     EXPECT_EQ(defaults->number("n"), steps[done].expected) << steps[done].what;
@@ -318,7 +296,7 @@ TEST_F(FileUserDefaultsTest, AFileSpoiledMeanwhileChangesNothing) {
   {
     FileUserDefaults defaults(path_, queue_, [&](const std::string&) { reported.happened(); });
     defaults.set("early", 1);
-    home_.write("config/Tessivane/defaults.json", "{\"early\": 2,");
+    write("{\"early\": 2,");
     ASSERT_TRUE(reported.wait());
     EXPECT_EQ(defaults.number("early"), 1);
     EXPECT_EQ(contents(path_), "{\"early\": 2,") << "somebody may be editing it";

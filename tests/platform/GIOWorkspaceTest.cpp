@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -34,13 +33,12 @@ class GIOWorkspaceTest : public testing::Test {
     ASSERT_EQ(::chmod(script.c_str(), 0755), 0);
     ASSERT_EQ(::mkfifo(home->path(fifo).c_str(), 0600), 0);
 
-    install("data/applications/links.desktop", "Name=Links\nExec=" + script + " link %u\n");
-    install("data/applications/com.example.exact.desktop",
-            "Name=Exact\nExec=" + script + " exact\n");
-    install("data/applications/uninstalled.desktop", "Name=Gone\nExec=/nonexistent/gone %u\n");
-    install("data/applications/t3-code-handler.desktop",
+    install("data/applications/links", "Name=Links\nExec=" + script + " link %u\n");
+    install("data/applications/com.example.exact", "Name=Exact\nExec=" + script + " exact\n");
+    install("data/applications/uninstalled", "Name=Gone\nExec=/nonexistent/gone %u\n");
+    install("data/applications/t3-code-handler",
             "Name=Helper\nNoDisplay=true\nExec=" + script + " helper\n");
-    install("system/applications/t3-code-nightly.desktop",
+    install("system/applications/t3-code-nightly",
             "Name=T3 Code Nightly\nExec=" + script + " t3\n");
     home->write("data/applications/mimeapps.list",
                 "[Default Applications]\n"
@@ -60,7 +58,7 @@ class GIOWorkspaceTest : public testing::Test {
   }
 
   static void install(const std::string& path, const std::string& fields) {
-    home->write(path, "[Desktop Entry]\nType=Application\n" + fields);
+    home->write(path + ".desktop", "[Desktop Entry]\nType=Application\n" + fields);
   }
 
   // The line that a started application reports, once `start` has started one.
@@ -95,44 +93,23 @@ TEST_F(GIOWorkspaceTest, DoesNotWaitForASessionBusThatIsMute) {
   ASSERT_EQ(::listen(listener, 4), 0);
   // In a process of its own, since GIO keeps what it has found out about the bus. Forked before the
   // other tests have started any thread.
-  const pid_t process = ::fork();
-  if (process == 0) {
-    // The child has one thread.
-    ::setenv("DBUS_SESSION_BUS_ADDRESS",  // NOLINT(concurrency-mt-unsafe)
+  const auto openWithThatBus = [&path] {
+    ::setenv("DBUS_SESSION_BUS_ADDRESS",  // NOLINT(concurrency-mt-unsafe): the child has one thread
              ("unix:path=" + path).c_str(),
              1);
     ::alarm(30);
     ::_exit(gioWorkspace().openURL("t3code://x") ? 0 : 1);
-  }
-  int status = -1;
-  EXPECT_EQ(::waitpid(process, &status, 0), process);
-  EXPECT_EQ(status, 0);
+  };
+  EXPECT_EXIT(openWithThatBus(), testing::ExitedWithCode(0), "");
   ::close(listener);
 }
 
 TEST_F(GIOWorkspaceTest, KnowsWhichURLsAreHandled) {
-  struct Case {
-    std::string url;
-    bool handled;
-  };
-  const Case cases[] = {
-      {"t3code://threads/a/b%2525", true},
-      {"T3CODE:x", true},
-      {"codex://threads/1", false},
-      {"gone://x", false},
-      {"missing://x", false},
-      {"t3code", false},
-      {"", false},
-      {"://", false},
-      {"/t3code:", false},
-      {"1:x", false},
-  };
-  for (const Case& test : cases) {
-    EXPECT_EQ(workspace_.handlesURL(test.url), test.handled) << test.url;
-    if (!test.handled) {
-      EXPECT_FALSE(workspace_.openURL(test.url)) << test.url;
-    }
-  }
+  for (const std::string url : {"t3code://threads/a/b%2525", "T3CODE:x"})
+    EXPECT_TRUE(workspace_.handlesURL(url)) << url;
+  for (const std::string url :
+       {"codex://threads/1", "gone://x", "missing://x", "t3code", "", "://", "/t3code:", "1:x"})
+    EXPECT_FALSE(workspace_.handlesURL(url) || workspace_.openURL(url)) << url;
 }
 
 TEST_F(GIOWorkspaceTest, OpensURLsAsTheyAre) {
@@ -142,14 +119,15 @@ TEST_F(GIOWorkspaceTest, OpensURLsAsTheyAre) {
 }
 
 TEST_F(GIOWorkspaceTest, FindsAndLaunchesApplications) {
-  EXPECT_EQ(workspace_.findApplication("com.example.exact"),
-            (WorkspaceApplication{.id = "com.example.exact.desktop", .name = "Exact"}));
-  EXPECT_EQ(reportAfter([&] { return workspace_.launchApplication("com.example.exact"); }),
-            "exact\n");
-  EXPECT_EQ(workspace_.findApplication("com.t3tools.t3code"),
-            (WorkspaceApplication{.id = "t3-code-nightly.desktop", .name = "T3 Code Nightly"}));
-  EXPECT_EQ(reportAfter([&] { return workspace_.launchApplication("com.t3tools.t3code"); }),
-            "t3\n");
+  const std::array<std::string, 4> rows[] = {
+      {"com.example.exact", "com.example.exact.desktop", "Exact", "exact\n"},
+      {"com.t3tools.t3code", "t3-code-nightly.desktop", "T3 Code Nightly", "t3\n"}};
+  for (const auto& [identifier, entry, name, report] : rows) {
+    EXPECT_EQ(workspace_.findApplication(identifier),
+              (WorkspaceApplication{.id = entry, .name = name}));
+    EXPECT_EQ(reportAfter([&, id = identifier] { return workspace_.launchApplication(id); }),
+              report);
+  }
   for (const std::string identifier : {"com.example.absent", "uninstalled", "", "../exact"}) {
     EXPECT_EQ(workspace_.findApplication(identifier), std::nullopt) << identifier;
     EXPECT_FALSE(workspace_.launchApplication(identifier)) << identifier;
@@ -157,26 +135,17 @@ TEST_F(GIOWorkspaceTest, FindsAndLaunchesApplications) {
 }
 
 TEST(KnownDesktopEntryTest, RecognisesTheNamesOfPackagers) {
-  struct Case {
-    std::string entry;
-    bool known;
-  };
-  const Case cases[] = {
-      {"t3code.desktop", true},
-      {"t3-code.desktop", true},
-      {"T3 Code (Alpha).desktop", true},
-      {"t3_code-nightly.desktop", true},
-      {"appimagekit_0123abcd-T3_Code.desktop", true},
-      {"appimagekit_0123abcd.desktop", false},
-      {"appimagekit_t3code.desktop", false},
-      {"code.desktop", false},
-      {"not-t3code.desktop", false},
-      {"t3code", false},
-      {".desktop", false},
-      {"", false},
-  };
-  for (const Case& test : cases)
-    EXPECT_EQ(isKnownDesktopEntry(test.entry, "com.t3tools.t3code"), test.known) << test.entry;
+  for (const std::string entry :
+       {"t3code", "t3-code", "T3 Code (Alpha)", "t3_code-nightly", "appimagekit_0123abcd-T3_Code"})
+    EXPECT_TRUE(isKnownDesktopEntry(entry + ".desktop", "com.t3tools.t3code")) << entry;
+  for (const std::string entry : {"appimagekit_0123abcd.desktop",
+                                  "appimagekit_t3code.desktop",
+                                  "code.desktop",
+                                  "not-t3code.desktop",
+                                  "t3code",
+                                  ".desktop",
+                                  ""})
+    EXPECT_FALSE(isKnownDesktopEntry(entry, "com.t3tools.t3code")) << entry;
   EXPECT_FALSE(isKnownDesktopEntry("t3code.desktop", "com.example.t3code"));
 }
 

@@ -1,6 +1,5 @@
 #include "platform/linux/SingleInstance.h"
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <optional>
@@ -41,15 +40,12 @@ TEST(SingleInstance, oneWithoutAWindowSaysSo) {
 
 TEST(SingleInstance, oneThatWasKilledLeavesNothingInTheWay) {
   const TempHome home;
-  const pid_t child = ::fork();
-  if (child == 0) {
+  const auto dieAsTheFirst = [&home] {
     AsioMainQueue queue;
     const SingleInstance first(home.path(), queue, [] {});
     ::_exit(first.role() == Role::first ? 7 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  ASSERT_EQ(WEXITSTATUS(status), 7);
+  };
+  EXPECT_EXIT(dieAsTheFirst(), testing::ExitedWithCode(7), "");
   AsioMainQueue queue;
   const SingleInstance next(home.path(), queue, [&] { queue.stop(); });
   EXPECT_EQ(next.role(), Role::first);

@@ -51,15 +51,15 @@ TEST_P(UserDefaultsTest, EachTypeReadsAsItselfOnly) {
   for (const std::string key :
        {"boolean", "number", "text", "data", "array", "dictionary", "absent"}) {
     SCOPED_TRACE(key);
-    const auto expected = [&key](const char* own, auto value) {
-      return key == own ? std::optional(value) : std::nullopt;
+    const auto own = [&key](const char* name, auto value) {
+      return key == name ? std::optional(value) : std::nullopt;
     };
-    EXPECT_EQ(defaults.boolean(key), expected("boolean", false));
-    EXPECT_EQ(defaults.number(key), expected("number", 3.0));
-    EXPECT_EQ(defaults.text(key), expected("text", std::string("word")));
-    EXPECT_EQ(defaults.data(key), expected("data", std::string("a\0\xFF", 3)));
-    EXPECT_EQ(defaults.array(key), expected("array", array));
-    EXPECT_EQ(defaults.dictionary(key), expected("dictionary", dictionary));
+    EXPECT_EQ(defaults.boolean(key), own("boolean", false));
+    EXPECT_EQ(defaults.number(key), own("number", 3.0));
+    EXPECT_EQ(defaults.text(key), own("text", std::string("word")));
+    EXPECT_EQ(defaults.data(key), own("data", std::string("a\0\xFF", 3)));
+    EXPECT_EQ(defaults.array(key), own("array", array));
+    EXPECT_EQ(defaults.dictionary(key), own("dictionary", dictionary));
   }
 }
 
@@ -77,18 +77,16 @@ TEST_P(UserDefaultsTest, TellsOfGatheredChangesOnce) {
     std::function<void()> change;
     int tellings;
   };
-  const Step steps[] = {
-      {"two changes", [&] { defaults_->set("n", 1), defaults_->set("n", 2); }, 2},
-      {"an equal value", [&] { defaults_->set("n", 3); }, 0},
-      {"removing", [&] { defaults_->remove("n"); }, 2},
-      {"removing nothing", [&] { defaults_->remove("m"); }, 0},
-  };
-  for (const Step& step : steps) {
+  const Step steps[] = {{"two changes", [&] { defaults_->set("n", 1), defaults_->set("n", 2); }, 2},
+                        {"an equal value", [&] { defaults_->set("n", 3); }, 0},
+                        {"removing", [&] { defaults_->remove("n"); }, 2},
+                        {"removing nothing", [&] { defaults_->remove("m"); }, 0}};
+  for (const auto& [what, change, tellings] : steps) {
     told = 0;
-    step.change();
-    EXPECT_EQ(told, 0) << step.what << ": told within the change";
+    change();
+    EXPECT_EQ(told, 0) << what << ": told within the change";
     queue_.runPending();
-    EXPECT_EQ(told, step.tellings) << step.what;
+    EXPECT_EQ(told, tellings) << what;
   }
   EXPECT_EQ(seen, 3);
 }

@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <tuple>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -83,17 +84,13 @@ std::string detailOf(const AgentSession& session) {
 }
 
 TEST(CodexProviderTest, TakesTheStateDatabaseWithTheHighestNumber) {
-  const struct {
-    std::vector<std::string> names;
-    std::optional<std::string> latest;
-  } cases[] = {
+  using Names = std::vector<std::string>;
+  const std::pair<Names, std::optional<std::string>> cases[] = {
       {{"state_4.sqlite", "state_5.sqlite", "state_x.sqlite", "state_.sqlite"}, "state_5.sqlite"},
       {{"state_9.sqlite", "state_10.sqlite", "state_11.sqlite-wal"}, "state_10.sqlite"},
       {{"state_5.sqlite", "state_6x.sqlite", "state_99999999999999999999.sqlite"},
        "state_5.sqlite"},
-      {{"state_.sqlite", "state.sqlite", "logs_7.sqlite", "my_state_8.sqlite"}, std::nullopt},
-      {{}, std::nullopt},
-  };
+      {{"state_.sqlite", "state.sqlite", "logs_7.sqlite", "my_state_8.sqlite"}, std::nullopt}};
   for (const auto& [names, latest] : cases) {
     const TempHome home;
     for (const std::string& name : names)
@@ -105,28 +102,22 @@ TEST(CodexProviderTest, TakesTheStateDatabaseWithTheHighestNumber) {
 }
 
 TEST(CodexProviderTest, TellsTheStatusByTheLastEventAndItsAge) {
-  const struct {
-    std::optional<std::string> lifecycle;
-    double age;
-    SessionStatus status;
-    std::string detail;
-  } cases[] = {
-      {"exec_approval_request", 1e6, SessionStatus::needsYou, "Waiting for approval"},
-      {"apply_patch_approval_request", 0, SessionStatus::needsYou, "Waiting for approval"},
-      {"request_user_input", 1e6, SessionStatus::needsYou, "Waiting for approval"},
-      {"task_complete", 1e6, SessionStatus::yourTurn, "Done, your turn"},
-      {"turn_aborted", 0, SessionStatus::idle, "Aborted"},
-      {"task_started", 899.999, SessionStatus::working, "Working"},
-      {"task_started", 900, SessionStatus::idle, "Stalled"},
-      {std::nullopt, 119.999, SessionStatus::working, "Working"},
-      {std::nullopt, 120, SessionStatus::idle, "Idle"},
-      {"thread_rolled_back", 120, SessionStatus::idle, "Idle"},
-  };
-  for (const auto& [lifecycle, age, status, detail] : cases) {
-    SCOPED_TRACE(lifecycle.value_or("none") + " " + std::to_string(age));
+  using enum SessionStatus;
+  const std::tuple<std::optional<std::string>, double, SessionStatus, std::string> cases[] = {
+      {"exec_approval_request", 1e6, needsYou, "Waiting for approval"},
+      {"apply_patch_approval_request", 0, needsYou, "Waiting for approval"},
+      {"request_user_input", 1e6, needsYou, "Waiting for approval"},
+      {"task_complete", 1e6, yourTurn, "Done, your turn"},
+      {"turn_aborted", 0, idle, "Aborted"},
+      {"task_started", 899.999, working, "Working"},
+      {"task_started", 900, idle, "Stalled"},
+      {std::nullopt, 119.999, working, "Working"},
+      {std::nullopt, 120, idle, "Idle"},
+      {"thread_rolled_back", 120, idle, "Idle"}};
+  for (const auto& [lifecycle, age, status, detail] : cases)
     EXPECT_EQ(CodexProvider::status(lifecycle, "Said.", Seconds(age)),
-              (CodexProvider::Status{status, detail, "Said."}));
-  }
+              (CodexProvider::Status{status, detail, "Said."}))
+        << lifecycle.value_or("none") << " " << age;
 }
 
 TEST(CodexProviderTest, ReadsTheTailOfARollout) {
@@ -136,11 +127,11 @@ TEST(CodexProviderTest, ReadsTheTailOfARollout) {
   const std::string whole = event(9, "turn_aborted");
   const std::string cut = whole.substr(0, whole.size() - 2);
   const std::string deep = R"({"type":"event_msg","payload":)" + std::string(100'000, '[') + "\n";
-  const struct {
-    std::string name;
-    std::string contents;
-    std::string expected;  ///< last event, age of the last activity, message
-  } cases[] = {
+  struct Case {
+    std::string name, contents;
+    std::string expected;  // last event, age of the last activity, message
+  };
+  const Case cases[] = {
       {"a finished turn",
        event(60, "task_started") + item(50) + complete(40, " \n Done.\n"),
        "task_complete 40 Done."},
@@ -186,10 +177,9 @@ TEST(CodexProviderTest, ReadsTheTailOfARollout) {
        "task_complete 40 " + std::string(2'000, 'm')},
       {"nothing of use", event(5, "warning") + record(5, "compacted", ""), "none never "},
   };
-  const TempHome home;
-  CodexProvider provider(home.path(), std::nullopt, [] { return now; });
+  Home codex;
   for (const auto& [name, contents, expected] : cases) {
-    const RolloutTail tail = provider.readTail(home.write("rollout.jsonl", contents));
+    const auto tail = codex.provider.readTail(codex.home.write("rollout.jsonl", contents));
     const std::string age = tail.lastActivity
                                 ? std::to_string((now - *tail.lastActivity).count() / 1'000'000)
                                 : "never";
@@ -209,21 +199,20 @@ TEST(CodexProviderTest, MakesASessionOfARowAndItsRollout) {
                           .cwd = codex.home.path("project/src"),
                           .originator = "codex-tui",
                           .created = ago(7200)});
-  AgentSession expected;
-  expected.agent = Agent::codex;
-  expected.nativeID = "t1";
-  expected.title = "Do it";
-  expected.cwd = codex.home.path("project/src");
-  expected.projectPath = codex.home.path("project");
-  expected.model = "gpt-5.4";
-  expected.activity = ago(40);
-  expected.status = SessionStatus::yourTurn;
-  expected.detail = "Done, your turn";
-  expected.lastMessage = "All done.";
-  expected.openURL = "codex://threads/t1";
-  expected.launcher = "codex-tui";
-  expected.transcriptPath = rollout;
-  expected.startedAt = ago(7200);
+  const AgentSession expected{.agent = Agent::codex,
+                              .nativeID = "t1",
+                              .title = "Do it",
+                              .cwd = codex.home.path("project/src"),
+                              .projectPath = codex.home.path("project"),
+                              .model = "gpt-5.4",
+                              .activity = ago(40),
+                              .status = SessionStatus::yourTurn,
+                              .detail = "Done, your turn",
+                              .lastMessage = "All done.",
+                              .openURL = "codex://threads/t1",
+                              .launcher = "codex-tui",
+                              .transcriptPath = rollout,
+                              .startedAt = ago(7200)};
   EXPECT_THAT(codex.list(), ElementsAre(expected));
 
   // A rollout is read again when it has changed, and only then.
@@ -234,16 +223,12 @@ TEST(CodexProviderTest, MakesASessionOfARowAndItsRollout) {
 }
 
 TEST(CodexProviderTest, ListsTheThreadsOfEveryVersion) {
-  const struct {
-    CodexVersion version;
-    std::string change;
-  } cases[] = {
+  const std::pair<CodexVersion, std::string> cases[] = {
       {CodexVersion::v120, ""},
       {CodexVersion::v142, ""},
       {CodexVersion::v169, ""},
       {CodexVersion::v142, "alter table threads drop column recency_at_ms"},
-      {CodexVersion::v120, "alter table threads drop column model"},
-  };
+      {CodexVersion::v120, "alter table threads drop column model"}};
   const Date start = *isoDate("2026-10-05T08:50:00Z");
   for (const auto& [version, change] : cases) {
     SCOPED_TRACE(std::to_string(static_cast<int>(version)) + change);
@@ -264,28 +249,25 @@ TEST(CodexProviderTest, ListsTheThreadsOfEveryVersion) {
 }
 
 TEST(CodexProviderTest, TellsWhoStartedAThread) {
-  const struct {
-    std::string source;
-    std::optional<std::string> threadSource;
-    std::string kind;  ///< empty: not listed
-  } cases[] = {
-      {"cli", std::nullopt, "session"},
-      {"vscode", "user", "session"},
-      {"exec", "user", "automation"},
-      {"automation", std::nullopt, "automation"},
-      {"cli", "subagent", "subagent"},
-      {"exec", "subagent", "subagent"},
-      {R"({"subagent":"review"})", std::nullopt, "subagent"},
-      {"cli", "guardian_review", ""},
-      {R"({"subagent":{"other":"guardian"}})", "subagent", ""},
-  };
+  using Source = std::pair<std::string, std::optional<std::string>>;  // and that of the thread
+  const std::pair<Source, std::string> cases[] = {
+      {{"cli", std::nullopt}, "session"},
+      {{"vscode", "user"}, "session"},
+      {{"exec", "user"}, "automation"},
+      {{"automation", std::nullopt}, "automation"},
+      {{"cli", "subagent"}, "subagent"},
+      {{"exec", "subagent"}, "subagent"},
+      {{R"({"subagent":"review"})", std::nullopt}, "subagent"},
+      {{"cli", "guardian_review"}, "not listed"},
+      {{R"({"subagent":{"other":"guardian"}})", "subagent"}, "not listed"}};
   Home codex;
   std::map<std::string, std::string> expected;
-  for (const auto& [source, threadSource, kind] : cases) {
+  for (const auto& [sources, kind] : cases) {
+    const auto& [source, threadSource] = sources;
     const std::string id = source + " " + threadSource.value_or("none");
     codex.database->insert(
         {.id = id, .recency = ago(60), .source = source, .threadSource = threadSource});
-    if (!kind.empty())
+    if (kind != "not listed")
       expected[id] = kind;
   }
   EXPECT_EQ(codex.table([](const AgentSession& session) { return rawValue(session.kind); }),
@@ -294,22 +276,22 @@ TEST(CodexProviderTest, TellsWhoStartedAThread) {
 
 TEST(CodexProviderTest, MakesATitleOfNameOrFirstMessage) {
   const std::string long250(250, 'a');
-  const struct {
+  struct Case {
     std::string title;
-    std::optional<std::string> name;
-    std::optional<std::string> nickname;
+    std::optional<std::string> name, nickname;
     std::string shown;
-  } cases[] = {
-      {"First\nSecond", std::nullopt, std::nullopt, "First"},
-      {"\r\n\nFirst\r\nSecond", std::nullopt, "", "First"},
-      {"First", "Renamed\nagain", std::nullopt, "Renamed"},
-      {"First", "", std::nullopt, "First"},
-      {"\n\n", std::nullopt, "Laplace", "Laplace: (untitled)"},
-      {"", std::nullopt, std::nullopt, "(untitled)"},
-      {long250, std::nullopt, std::nullopt, std::string(200, 'a')},
-      {long250, std::nullopt, "Laplace", "Laplace: " + std::string(191, 'a')},
-      {"a\xff", std::nullopt, std::nullopt, "a\uFFFD"},
   };
+  const Case cases[] = {{"First\nSecond", std::nullopt, std::nullopt, "First"},
+                        {"\r\n\nFirst\r\nSecond", std::nullopt, "", "First"},
+                        {"First\rSecond", std::nullopt, std::nullopt, "First"},
+                        {"First", "Renamed\nagain", std::nullopt, "Renamed"},
+                        {"First", "", std::nullopt, "First"},
+                        {"\n\n", std::nullopt, "Laplace", "Laplace: (untitled)"},
+                        {"", std::nullopt, std::nullopt, "(untitled)"},
+                        {long250, std::nullopt, std::nullopt, std::string(200, 'a')},
+                        {long250, std::nullopt, "Laplace", "Laplace: " + std::string(191, 'a')},
+                        {"a\xff", std::nullopt, std::nullopt, "a\uFFFD"}};
+  EXPECT_EQ(ProviderCacheText::firstLine("First", 0), std::nullopt);
   Home codex;
   std::map<std::string, std::string> expected;
   for (const auto& [title, name, nickname, shown] : cases) {
@@ -332,11 +314,7 @@ TEST(CodexProviderTest, FetchesATitleAgainOnlyWhenItsStampChanged) {
   EXPECT_FALSE(titles.contains("t300"));
   EXPECT_EQ(titles.at("t0") + titles.at("t199") + titles.at("t200") + titles.at("t299"), "AAAA");
 
-  const struct {
-    std::string change;
-    std::size_t fetches;
-    std::string title;
-  } steps[] = {
+  const std::tuple<std::string, std::size_t, std::string> steps[] = {
       {"", 300, "A"},
       {"update threads set title = 'B' where id = 't7'", 300, "A"},
       {"update threads set updated_at_ms = updated_at_ms + 1 where id = 't7'", 301, "B"},
@@ -391,16 +369,15 @@ TEST(CodexProviderTest, ListsThreadsWhoseRolloutCannotBeRead) {
 }
 
 TEST(CodexProviderTest, OddValuesCostAtMostTheirRow) {
-  const struct {
-    std::string change;
-    std::string listed;  ///< with this title
-  } cases[] = {
-      {"id = null", ""},
-      {"id = x'00ff'", ""},
-      {"archived = 'yes'", ""},
+  const std::string none;
+  const std::pair<std::string, std::string> cases[] = {
+      // The change and the title under which the row is still listed.
+      {"id = null", none},
+      {"id = x'00ff'", none},
+      {"archived = 'yes'", none},
       {"rollout_path = 5", "T"},
-      {"rollout_path = 5, recency_at_ms = 'soon'", ""},
-      {"rollout_path = 5, recency_at_ms = -9223372036854775808", ""},
+      {"rollout_path = 5, recency_at_ms = 'soon'", none},
+      {"rollout_path = 5, recency_at_ms = -9223372036854775808", none},
       {"recency_at_ms = 'soon', updated_at_ms = 'soon', created_at_ms = 'once'", "T"},
       {"recency_at_ms = 9223372036854775807, updated_at_ms = 1e300", "T"},
       {"updated_at_ms = null, created_at_ms = null, created_at = 9223372036854775807", "T"},
@@ -425,15 +402,10 @@ TEST(CodexProviderTest, OddValuesCostAtMostTheirRow) {
 TEST(CodexProviderTest, SaysWhyADatabaseGivesNothing) {
   using Damage = std::function<void(const TempHome& home, const std::string& path)>;
   const std::string failed = "Codex database query failed: ";
-  const struct {
-    Damage damage;
-    std::optional<std::string> error;
-  } cases[] = {
+  const std::pair<Damage, std::optional<std::string>> cases[] = {
       {[](auto&, auto&) {}, std::nullopt},
       {[](auto&, auto& path) { fs::create_symlink("nowhere", path); }, std::nullopt},
       {[](auto&, auto& path) { fs::create_directory(path); }, "Codex database could not be opened"},
-      {[](auto&, auto& path) { ::mkfifo(path.c_str(), 0600); },
-       "Codex database could not be opened"},
       {[](auto& home, auto&) { home.write(".codex/state_5.sqlite", ""); },
        failed + "no such table: threads"},
       {[](auto& home, auto&) { home.write(".codex/state_5.sqlite", std::string(9'000, 'g')); },

@@ -64,12 +64,11 @@ TEST_F(ObserversTest, AnObserverMaySubscribeAndNotify) {
       return;
     // Grows the list many times over while it is gone through.
     for (int i = 0; i < 100; ++i)
-      more.push_back(
-          observers_->subscribe([this](int seen) { diary_.push_back(std::to_string(seen)); }));
+      more.push_back(note("more"));
     observers_->notify(2);
   });
   observers_->notify(1);
-  EXPECT_THAT(diary_, testing::AllOf(testing::SizeIs(100), testing::Each("2")));
+  EXPECT_EQ(diary_, std::vector<std::string>(100, "more2"));
 }
 
 TEST_F(ObserversTest, AnObserverMayDestroyTheSubject) {
@@ -93,10 +92,8 @@ TEST(ObservableTest, TellsOfRealChangesOnlyBeforeOrAfter) {
   const Subscription first = note(after);
   const Subscription second = note(before);
 
-  EXPECT_TRUE(after.set(2));
-  EXPECT_TRUE(before.set(2));
-  EXPECT_FALSE(after.set(2));
-  EXPECT_FALSE(before.set(2));
+  EXPECT_TRUE(after.set(2) && before.set(2));
+  EXPECT_FALSE(after.set(2) || before.set(2));
   EXPECT_THAT(diary, ElementsAre("2 told 2", "1 told 2"));
   EXPECT_EQ(before.value(), 2);
 }
