@@ -2,69 +2,54 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
+
+#include "SampleEvents.h"
 
 namespace tessivane {
 namespace {
 
-using Text = std::optional<std::string>;
+using enum ActivityKind;
 
-ActivityEvent eventOf(ActivityKind kind) {
-  ActivityEvent event;
-  event.kind = kind;
-  event.ref = "0123456789abcdef";
-  event.title = "Tidy the shed";
-  event.sessionTitle = "Garden";
-  event.detail = "worktree";
-  event.branch = "shed";
-  return event;
-}
-
-TEST(ActivityEvent, cardTextsDependOnTheKind) {
+TEST(ActivityEvent, cardTextsDependOnTheKindAndSayNothingTwice) {
+  using Text = std::optional<std::string>;
+  const auto eventOf = [](ActivityKind kind) {
+    return ActivityEvent{.kind = kind,
+                         .sessionTitle = "Garden",
+                         .ref = "0123456789abcdef",
+                         .title = "Tidy the shed",
+                         .detail = "worktree",
+                         .branch = "shed"};
+  };
+  const Text whole = eventOf(commit).ref;
+  const Text title = eventOf(commit).title;
   struct Row {
-    ActivityKind kind = ActivityKind::commit;
+    ActivityEvent event = {};
     Text shortRef = {};
     Text startedParent = {};
     Text branchedOn = {};
     Text cardDetail = {};
   };
-  const Text whole = "0123456789abcdef";
-  const std::vector<Row> rows = {
-      {.kind = ActivityKind::commit, .shortRef = "0123456", .cardDetail = "worktree"},
-      {.kind = ActivityKind::prOpened, .shortRef = whole, .cardDetail = "worktree"},
-      {.kind = ActivityKind::prMerged, .shortRef = whole, .cardDetail = "worktree"},
-      {.kind = ActivityKind::needsYou, .shortRef = whole, .cardDetail = "worktree"},
-      {.kind = ActivityKind::finished, .shortRef = whole, .cardDetail = "worktree"},
-      {.kind = ActivityKind::started, .startedParent = "Garden"},
-      {.kind = ActivityKind::branched, .branchedOn = "shed", .cardDetail = "On shed"},
+  const std::initializer_list<Row> rows = {
+      {.event = eventOf(commit), .shortRef = "0123456", .cardDetail = "worktree"},
+      {.event = eventOf(prOpened), .shortRef = whole, .cardDetail = "worktree"},
+      {.event = eventOf(needsYou), .shortRef = whole, .cardDetail = "worktree"},
+      {.event = eventOf(started), .startedParent = "Garden"},
+      {.event = with(eventOf(started), &ActivityEvent::sessionTitle, title)},
+      {.event = eventOf(branched), .branchedOn = "shed", .cardDetail = "On shed"},
+      {.event = with(eventOf(branched), &ActivityEvent::branch, title)},
+      {.event = with(eventOf(branched), &ActivityEvent::detail, std::nullopt)},
   };
-  ASSERT_EQ(rows.size(), allActivityKinds.size());
   for (const Row& row : rows) {
-    SCOPED_TRACE(rawValue(row.kind));
-    const ActivityEvent event = eventOf(row.kind);
-    EXPECT_EQ(event.shortRef(), row.shortRef);
-    EXPECT_EQ(event.startedParent(), row.startedParent);
-    EXPECT_EQ(event.branchedOn(), row.branchedOn);
-    EXPECT_EQ(event.cardDetail(), row.cardDetail);
-    EXPECT_EQ(activityKind(rawValue(row.kind)), row.kind);
+    SCOPED_TRACE(rawValue(row.event.kind));
+    EXPECT_EQ(row.event.shortRef(), row.shortRef);
+    EXPECT_EQ(row.event.startedParent(), row.startedParent);
+    EXPECT_EQ(row.event.branchedOn(), row.branchedOn);
+    EXPECT_EQ(row.event.cardDetail(), row.cardDetail);
   }
-}
-
-TEST(ActivityEvent, saysNothingTwice) {
-  ActivityEvent started = eventOf(ActivityKind::started);
-  started.sessionTitle = started.title;
-  EXPECT_EQ(started.startedParent(), std::nullopt);
-
-  ActivityEvent branched = eventOf(ActivityKind::branched);
-  branched.branch = branched.title;
-  EXPECT_EQ(branched.branchedOn(), std::nullopt);
-  EXPECT_EQ(branched.cardDetail(), std::nullopt);
-
-  branched = eventOf(ActivityKind::branched);
-  branched.detail = std::nullopt;
-  EXPECT_EQ(branched.cardDetail(), std::nullopt);
+  for (const ActivityKind kind : allActivityKinds)
+    EXPECT_EQ(activityKind(rawValue(kind)), kind);
 }
 
 TEST(ActivityEvent, editBucketIsKnownByProjectSessionAndMinute) {

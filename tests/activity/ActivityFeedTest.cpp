@@ -1,5 +1,8 @@
 #include "activity/ActivityFeed.h"
 
+#include <algorithm>
+#include <random>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -65,7 +68,8 @@ TEST(ActivityFeed, knowsWhatItHasSeen) {
   EditBucket more = edits;
   more.files = 9;
   const EditBucket earlier = editsOf(run.ago(6min), {});
-  EXPECT_EQ(run.announced([&] { run.append({}, {more, earlier}); }), 1);
+  EXPECT_EQ(run.announced([&] { run.append({}, {more}); }), 1);
+  run.append({}, {earlier});
   EXPECT_THAT(run.feed->edits(), ElementsAre(earlier, more));
   EXPECT_EQ(run.feed->eventsRevision(), 3) << "edits have no part in it";
 }
@@ -99,65 +103,48 @@ TEST(ActivityFeed, announcesBeforeItChanges) {
 }
 
 TEST(ActivityFeed, movesAPullRequestToItsProject) {
+  FeedRun setting;
+  const ActivityEvent seen = with(pullRequestOf("gh", setting.ago(1h), "github:o/r"),
+                                  &ActivityEvent::firstSeen,
+                                  setting.ago(2h));
+  ActivityEvent further = with(seen, &ActivityEvent::id, "gh2");
+  further.date += 1s;
+  further.firstSeen -= 3h;
+  const ActivityEvent local = pullRequestOf("real", setting.ago(1h), "/r");
   struct Row {
     const char* about = "";
     std::vector<ActivityEvent> stored = {};
     ActivityEvent event = {};
     std::string expected = {};
-    Seconds firstSeenAgo = {};
   };
-  FeedRun setting;
-  const Date early = setting.ago(2h);
-  ActivityEvent seen = pullRequestOf("gh", setting.ago(1h), "github:o/r");
-  seen.firstSeen = early;
-  ActivityEvent local = pullRequestOf("real", setting.ago(1h), "/r");
-  ActivityEvent other = seen;
-  const auto varied = [](ActivityEvent event, auto change) {
-    change(event);
-    return event;
-  };
-  const ActivityEvent further = varied(seen, [](auto& event) {
-    event.id = "gh2";
-    event.date += 1s;
-    event.firstSeen -= 3h;
-  });
-  const Seconds own = 1h - 1s;
+  const auto none = std::nullopt;
   const std::vector<Row> rows = {
-      {"seen once", {seen}, local, "real", 2h},
-      {"seen twice: the first in the feed counts", {further, seen}, local, "real", 2h},
-      {"known already", {local, seen}, local, "real", 2h},
-      {"under one id", {seen}, varied(local, [](auto& e) { e.id = "gh"; }), "gh", 2h},
+      {"seen once", {seen}, local, "real"},
+      {"seen twice: the first in the feed counts", {further, seen}, local, "real"},
+      {"known already", {local, seen}, local, "real"},
+      {"under one id", {seen}, with(local, &ActivityEvent::id, "gh"), "gh"},
+      {"no number on either side",
+       {with(seen, &ActivityEvent::ref, none)},
+       with(local, &ActivityEvent::ref, none),
+       "real"},
       {"merged is not opened",
        {seen},
-       varied(local, [](auto& e) { e.kind = ActivityKind::prMerged; }),
-       "gh real",
-       own},
-      {"another number", {seen}, varied(local, [](auto& e) { e.ref = "8"; }), "gh real", own},
-      {"another repository",
-       {seen},
-       varied(local, [](auto& e) { e.detail = "o/other"; }),
-       "gh real",
-       own},
-      {"no number on either side",
-       {varied(seen, [](auto& e) { e.ref = std::nullopt; })},
-       varied(local, [](auto& e) { e.ref = std::nullopt; }),
-       "real",
-       2h},
+       with(local, &ActivityEvent::kind, ActivityKind::prMerged),
+       "gh real"},
+      {"another number", {seen}, with(local, &ActivityEvent::ref, "8"), "gh real"},
+      {"another repository", {seen}, with(local, &ActivityEvent::detail, "o/other"), "gh real"},
       {"no repository on either side",
-       {varied(seen, [](auto& e) { e.detail = std::nullopt; })},
-       varied(local, [](auto& e) { e.detail = std::nullopt; }),
-       "gh real",
-       own},
+       {with(seen, &ActivityEvent::detail, none)},
+       with(local, &ActivityEvent::detail, none),
+       "gh real"},
       {"a second sighting claims nothing",
        {seen},
-       varied(local, [](auto& e) { e.projectRoot = "github:o/r"; }),
-       "gh real",
-       own},
+       with(local, &ActivityEvent::projectRoot, "github:o/r"),
+       "gh real"},
       {"a sighting that was corrected meanwhile",
-       {seen, varied(seen, [](auto& e) { e.ref = "8"; })},
+       {seen, with(seen, &ActivityEvent::ref, "8")},
        local,
-       "gh real",
-       own},
+       "gh real"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.about);
@@ -166,10 +153,10 @@ TEST(ActivityFeed, movesAPullRequestToItsProject) {
     run.feed->setPausedEnd(run.now());
     run.append({row.event});
     EXPECT_EQ(ids(run.feed->events()), row.expected);
+    const bool isNew = row.expected == "gh real";
     const auto& stored = *std::ranges::find(run.feed->events(), row.event.id, &ActivityEvent::id);
-    EXPECT_EQ(stored.firstSeen, run.ago(row.firstSeenAgo));
+    EXPECT_EQ(stored.firstSeen, isNew ? local.firstSeen : seen.firstSeen);
     EXPECT_EQ(stored.projectRoot, row.event.projectRoot);
-    const bool isNew = row.firstSeenAgo == own;
     EXPECT_EQ(run.feed->pendingCount(), isNew ? 1 : 0);
   }
 }
@@ -222,14 +209,8 @@ TEST(ActivityFeed, showsWhatLiesInTheWindow) {
               editsOf(run.ago(1min), {"b"}, "/q"),
               editsOf(run.ago(-moment), {"ahead"})});
   const ActivityFeed& feed = *run.feed;
-  const auto starts = [&] {
-    std::vector<double> seconds;
-    for (const EditBucket& bucket : feed.visibleEdits(run.now()))
-      seconds.push_back(elapsed(bucket.start, run.now()).count());
-    return seconds;
-  };
   EXPECT_EQ(ids(feed.visibleEvents(run.now())), "inside elsewhere atEnd");
-  EXPECT_THAT(starts(), ElementsAre(930, 60, 60));
+  EXPECT_TRUE(std::ranges::equal(feed.visibleEdits(run.now()), feed.edits().subspan(1, 3)));
   EXPECT_EQ(feed.editedFileCount(run.now()), 3U);
   EXPECT_THAT(feed.projectCounts(run.now()), ElementsAre(Pair("/p", 2), Pair("/q", 1)));
 
@@ -237,10 +218,10 @@ TEST(ActivityFeed, showsWhatLiesInTheWindow) {
   run.feed->solo(ActivityKind::started);
   run.feed->setShowEdits(false);
   EXPECT_EQ(ids(feed.visibleEvents(run.now())), "");
-  EXPECT_THAT(starts(), IsEmpty());
-  EXPECT_EQ(feed.counts(run.now()).size(), allActivityKinds.size());
-  EXPECT_EQ(feed.counts(run.now()).at(ActivityKind::commit), 2U) << "whatever the kinds shown";
-  EXPECT_EQ(feed.counts(run.now()).at(ActivityKind::started), 0U);
+  EXPECT_THAT(feed.visibleEdits(run.now()), IsEmpty());
+  auto counts = feed.counts(run.now());
+  EXPECT_EQ(counts.size(), allActivityKinds.size());
+  EXPECT_EQ(counts[ActivityKind::commit], 2U) << "whatever the kinds shown";
   EXPECT_EQ(feed.editedFileCount(run.now()), 2U);
   EXPECT_THAT(feed.projectCounts(run.now()), ElementsAre(Pair("/p", 2)));
 
@@ -274,37 +255,33 @@ TEST(ActivityFeed, namesItsProjectsInOrder) {
 }
 
 TEST(ActivityFeed, keepsItsSettings) {
-  struct Row {
-    DefaultsValue stored;
-    std::optional<TimelineSizeClass> ofCommit = {};  // small by default
-  };
-  const std::vector<Row> rows = {
-      {.stored = 0, .ofCommit = TimelineSizeClass::large},
-      {.stored = 1, .ofCommit = TimelineSizeClass::medium},
-      {.stored = 2},
-      {.stored = 3},
-      {.stored = -1},
-      {.stored = 0.5},
-      {.stored = true},
-      {.stored = "1"},
-  };
   FeedRun run;
   const char* key = "activity.tagSize.commit";
-  for (const Row& row : rows) {
+  struct Row {
+    DefaultsValue stored;
+    TimelineSizeClass size = TimelineSizeClass::small;
+  };
+  using enum TimelineSizeClass;
+  for (const Row& row : std::initializer_list<Row>{{0, large},
+                                                   {1, medium},
+                                                   {2, small},
+                                                   {3, small},
+                                                   {-1, small},
+                                                   {0.5, small},
+                                                   {"1", small}}) {
     run.defaults.set(key, row.stored);
     run.queue.runPending();
-    EXPECT_EQ(run.feed->tagSizes().size(), row.ofCommit ? 1U : 0U);
-    EXPECT_EQ(run.feed->tagSize(ActivityKind::commit),
-              row.ofCommit.value_or(TimelineSizeClass::small));
+    EXPECT_EQ(run.feed->tagSizes().empty(), row.size == small) << "the default is not kept";
+    EXPECT_EQ(run.feed->tagSize(ActivityKind::commit), row.size);
   }
-  run.feed->setTagSize(TimelineSizeClass::large, ActivityKind::commit);
+  run.feed->setTagSize(large, ActivityKind::commit);
   run.feed->setShowEdits(false);
   EXPECT_EQ(run.defaults.value(key), DefaultsValue(0));
   EXPECT_EQ(run.defaults.value("activity.showEdits"), DefaultsValue(false));
   EXPECT_EQ(run.makeFeed()->tagSizes(), run.feed->tagSizes());
   EXPECT_FALSE(run.makeFeed()->showEdits());
 
-  run.feed->setTagSize(TimelineSizeClass::small, ActivityKind::commit);
+  run.feed->setTagSize(small, ActivityKind::commit);
   EXPECT_THAT(run.feed->tagSizes(), IsEmpty());
   EXPECT_EQ(run.defaults.value(key), std::nullopt);
 
@@ -371,73 +348,54 @@ TEST(ActivityFeed, takesOverWhatItsSourceDelivers) {
 
 // Events of few ids, dates, titles and pull requests, so that all that can meet does. The sightings
 // come first, as they do in life.
-std::vector<ActivityEvent> randomBatch(std::mt19937& random, Date now) {
-  const auto roll = [&](int sides) { return static_cast<int>(random() % unsigned(sides)); };
+std::vector<ActivityEvent> randomBatch(Random& random, Date now) {
   std::vector<ActivityEvent> batch;
   for (int i = 0; i < 60; ++i) {
-    const std::string name = std::to_string(roll(15));
-    const Date date = now - std::chrono::hours(roll(50));
-    if (roll(3) > 0) {
+    const std::string name = std::to_string(random.below(15));
+    const Date date = now - std::chrono::hours(random.below(50));
+    if (random.chance(66)) {
       batch.push_back(commitOf("c" + name, date));
     } else {
       batch.push_back(i < 30 ? pullRequestOf("g" + name, date, "github:o/r")
                              : pullRequestOf("r" + name, date, "/r"));
-      batch.back().ref = std::to_string(roll(4));
+      batch.back().ref = std::to_string(random.below(4));
     }
-    batch.back().title = std::to_string(roll(3));
-    batch.back().firstSeen = now - std::chrono::seconds(roll(1000));
+    batch.back().title = std::to_string(random.below(3));
+    batch.back().firstSeen = now - std::chrono::seconds(random.below(1000));
   }
   return batch;
 }
 
-std::vector<ActivityEvent> contents(const FeedRun& run) {
-  return {run.feed->events().begin(), run.feed->events().end()};
-}
-
-TEST(ActivityFeed, doesNotCareHowABatchIsCut) {
-  const unsigned seed = std::random_device{}();
+TEST(ActivityFeed, doesNotCareHowABatchIsCutAndTakesItTwiceForOne) {
+  const auto seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
+  Random random(seed);
   for (int round = 0; round < 300; ++round) {
     FeedRun whole;
     FeedRun pieces;
-    const auto batch = randomBatch(random, whole.now());
+    auto batch = randomBatch(random, whole.now());
+    // A batch that contradicts itself is another one when it comes after itself.
+    const bool comesTwice = round % 2 == 0;
+    if (comesTwice) {
+      std::ranges::stable_sort(batch, {}, &ActivityEvent::id);
+      const auto sameID = [](const auto& a, const auto& b) { return a.id == b.id; };
+      batch.erase(std::unique(batch.begin(), batch.end(), sameID), batch.end());
+    }
     std::vector<EditBucket> edits;
-    edits.reserve(batch.size());
     for (const ActivityEvent& event : batch)
       edits.push_back(editsOf(event.date, {event.title}));
     whole.append(batch, edits);
-    for (std::size_t begin = 0; begin < batch.size();) {
-      const std::size_t end = begin + 1 + random() % (batch.size() - begin);
-      const auto from = static_cast<std::ptrdiff_t>(begin);
-      const auto to = static_cast<std::ptrdiff_t>(end);
-      pieces.append({batch.begin() + from, batch.begin() + to},
-                    {edits.begin() + from, edits.begin() + to});
-      begin = end;
+    for (auto from = batch.begin(); from != batch.end();) {
+      const auto to = from + 1 + std::ptrdiff_t(random.below(std::size_t(batch.end() - from)));
+      pieces.append({from, to},
+                    {edits.begin() + (from - batch.begin()), edits.begin() + (to - batch.begin())});
+      from = to;
     }
-    ASSERT_EQ(contents(whole), contents(pieces));
+    if (comesTwice)
+      pieces.append(batch);
+    ASSERT_TRUE(std::ranges::equal(whole.feed->events(), pieces.feed->events()));
     ASSERT_TRUE(std::ranges::equal(whole.feed->edits(), pieces.feed->edits()));
-    ASSERT_TRUE(std::ranges::is_sorted(contents(whole), {}, &ActivityEvent::date));
-  }
-}
-
-TEST(ActivityFeed, takesABatchTwiceForOne) {
-  const unsigned seed = std::random_device{}();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
-  for (int round = 0; round < 300; ++round) {
-    FeedRun run;
-    auto batch = randomBatch(random, run.now());
-    // A batch that contradicts itself is another one when it comes after itself.
-    std::ranges::stable_sort(batch, {}, &ActivityEvent::id);
-    batch.erase(
-        std::unique(
-            batch.begin(), batch.end(), [](const auto& a, const auto& b) { return a.id == b.id; }),
-        batch.end());
-    run.append(batch);
-    const auto once = contents(run);
-    run.append(batch);
-    ASSERT_EQ(contents(run), once);
+    ASSERT_TRUE(std::ranges::is_sorted(whole.feed->events(), {}, &ActivityEvent::date));
   }
 }
 

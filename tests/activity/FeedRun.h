@@ -3,13 +3,12 @@
 // A feed with a clock, queue and settings that a test moves by hand, and short words for what
 // happens to it.
 
-#include <algorithm>
 #include <memory>
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "SampleEvents.h"
 #include "activity/ActivityFeed.h"
 #include "helpers/ManualClock.h"
 #include "helpers/ManualQueue.h"
@@ -67,12 +66,9 @@ struct FeedRun {
 };
 
 inline ActivityEvent commitOf(std::string id, Date date, std::string root = "/p") {
-  ActivityEvent event;
-  event.id = std::move(id);
-  event.date = date;
-  event.projectRoot = std::move(root);
-  event.firstSeen = shifted(date, Seconds(1));
-  return event;
+  return with(sampleEvent(std::move(id), date, ActivityKind::commit, std::move(root)),
+              &ActivityEvent::firstSeen,
+              shifted(date, Seconds(1)));
 }
 
 inline ActivityEvent pullRequestOf(std::string id, Date date, std::string root) {

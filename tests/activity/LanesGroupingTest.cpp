@@ -26,10 +26,8 @@ using enum ActivityKind;
 constexpr double infinite = std::numeric_limits<double>::infinity();
 
 std::vector<const ActivityEvent*> pointers(const std::vector<ActivityEvent>& events) {
-  std::vector<const ActivityEvent*> result;
-  result.reserve(events.size());
-  for (const ActivityEvent& event : events)
-    result.push_back(&event);
+  std::vector<const ActivityEvent*> result(events.size());
+  std::ranges::transform(events, result.begin(), [](const auto& event) { return &event; });
   return result;
 }
 
@@ -106,11 +104,11 @@ TEST(LanesGrouping, sectionsHoldEachEventOnce) {
       60, 0.5, 86400, 1e9, 0, -5, std::nan(""), 1e300, infinite, -infinite, 5e-324};
   for (unsigned seed = 1; seed <= 200; ++seed) {
     SCOPED_TRACE(seed);
-    SampleDice dice(seed);
-    auto events = sampleEvents(dice, dice.below(200));
-    if (dice.below(2) == 0)
+    Random random(seed);
+    auto events = sampleEvents(random, 200);
+    if (random.chance(50))
       std::ranges::stable_sort(events, {}, &ActivityEvent::date);  // as a feed has them
-    const auto sections = grouped(events, Seconds(dice.pick(buckets)));
+    const auto sections = grouped(events, Seconds(pick(buckets, random)));
     std::vector<const ActivityEvent*> held;
     std::set<std::string> sectionIDs;
     for (const LanesSection& section : sections) {
@@ -160,23 +158,23 @@ TEST(LanesGrouping, nearestRowGoesByEveryEvent) {
                                              event("y", 200, started)};
   const auto sections = grouped(events, Seconds(60));
   const auto rows = rowsOf(sections);
-  const auto idAt = [&](double second) {
-    return LanesGrouping::nearestRow(rows, *dateFromSeconds(second))->id();
-  };
-  EXPECT_EQ(idAt(62), "gs-1");
-  EXPECT_EQ(idAt(70), "ex");
-  EXPECT_EQ(idAt(80), "gs-1") << "as near, but further up";
-  EXPECT_EQ(idAt(-1e9), "gs-1");
-  EXPECT_EQ(LanesGrouping::nearestRow(rows, Date::max())->id(), "ey");
-  EXPECT_EQ(LanesGrouping::nearestRow(rows, Date::min())->id(), "gs-1");
+  const auto idAt = [&](Date date) { return LanesGrouping::nearestRow(rows, date)->id(); };
+  const auto second = [](int number) { return Date(std::chrono::seconds(number)); };
+  EXPECT_EQ(idAt(second(62)), "gs-1");
+  EXPECT_EQ(idAt(second(70)), "ex");
+  EXPECT_EQ(idAt(second(80)), "gs-1") << "as near, but further up";
+  EXPECT_EQ(idAt(Date::max()), "ey");
+  EXPECT_EQ(idAt(Date::min()), "gs-1");
   EXPECT_EQ(LanesGrouping::nearestRow({}, Date{}), nullptr);
 }
 
 TEST(LanesLayout, ticksAreMultiplesWithinTheSpan) {
-  const auto ticks = [](double start, double end, double interval) {
-    const LanesLayout layout{.start = *dateFromSeconds(start), .end = *dateFromSeconds(end)};
+  const auto between = [](Date start, Date end, double interval) {
+    return LanesLayout{.start = start, .end = end}.ticks(Seconds(interval));
+  };
+  const auto ticks = [&](double start, double end, double interval) {
     std::vector<double> result;
-    for (const Date date : layout.ticks(Seconds(interval)))
+    for (const Date date : between(*dateFromSeconds(start), *dateFromSeconds(end), interval))
       result.push_back(secondsSince1970(date));
     return result;
   };
@@ -190,15 +188,14 @@ TEST(LanesLayout, ticksAreMultiplesWithinTheSpan) {
   EXPECT_THAT(ticks(0, 10'001, 1), IsEmpty());
   for (const double interval : {0.0, -1.0, std::nan(""), infinite, -infinite, 1e-300, 5e-324}) {
     EXPECT_THAT(ticks(0, 3600, interval), IsEmpty()) << interval;
-    EXPECT_THAT((LanesLayout{.start = Date::min(), .end = Date::max()}.ticks(Seconds(interval))),
-                IsEmpty());
+    EXPECT_THAT(between(Date::min(), Date::max(), interval), IsEmpty());
   }
-  EXPECT_THAT((LanesLayout{.start = Date::max(), .end = Date::max()}.ticks(Seconds(1))), IsEmpty());
+  EXPECT_THAT(between(Date::max(), Date::max(), 1), IsEmpty());
+  EXPECT_LT(between(Date::min(), Date::max(), 1e9).size(), 400U);
+  // Doubles of this size lie further apart than the ticks would.
   const auto fine = ticks(200e9, 200e9 + 0.001, 1e-6);
   EXPECT_FALSE(fine.empty());
   EXPECT_EQ(std::ranges::adjacent_find(fine, std::greater_equal{}), fine.end());
-  EXPECT_LT((LanesLayout{.start = Date::min(), .end = Date::max()}.ticks(Seconds(1e9))).size(),
-            400U);
 }
 
 struct Stream {
@@ -206,8 +203,8 @@ struct Stream {
                                        event("2", 200, commit, "s"),
                                        event("3", 300, finished, "s"),
                                        event("4", 400, commit, "t")};
-  std::int64_t revision = 1;
-  LanesStreamInput input = {.kinds = {commit, finished},
+  LanesStreamInput input = {.revision = 1,
+                            .kinds = {commit, finished},
                             .start = Date(std::chrono::seconds(100)),
                             .end = Date(std::chrono::seconds(300)),
                             .bucket = Seconds(1000)};
@@ -216,7 +213,6 @@ struct Stream {
   // What it shows, and how often it has grouped.
   std::string update() {
     input.events = events;
-    input.revision = revision;
     cache.update(input);
     EXPECT_EQ(cache.rows(), rowsOf(cache.sections()));
     return inWords(cache.sections()) + " / " + std::to_string(cache.groupings());
@@ -246,7 +242,7 @@ TEST(LanesStreamCache, groupsAgainOnlyWhenItMust) {
   EXPECT_EQ(stream.update(), "h2 [gt-2]; h1 [gs-1]; h0 [gs-0] / 7");
 
   stream.events[1].sessionID = "t";
-  ++stream.revision;
+  ++stream.input.revision;
   EXPECT_EQ(stream.update(), "h2 [gt-2]; h1 [gt-1]; h0 [gs-0] / 8");
   const auto copy = std::exchange(stream.events, std::vector(stream.events));
   EXPECT_EQ(stream.update(), "h2 [gt-2]; h1 [gt-1]; h0 [gs-0] / 9") << "they lie elsewhere";
@@ -264,7 +260,7 @@ TEST(LanesStreamCache, standsBadSpansAndOrders) {
   EXPECT_EQ(stream.update(),
             "h400000 [gt-400000]; h300000 [e3]; h200000 [gs-200000]; "
             "h100000 [gs-100000] / 3");
-  EXPECT_EQ(stream.update().substr(0, 7), "h400000");
+  stream.update();
   EXPECT_EQ(stream.cache.groupings(), 3U);
   stream.events.clear();
   EXPECT_EQ(stream.update(), " / 4");

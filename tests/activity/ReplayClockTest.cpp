@@ -1,5 +1,8 @@
 #include "activity/ReplayClock.h"
 
+#include <algorithm>
+#include <random>
+
 #include <gtest/gtest.h>
 
 #include "FeedRun.h"
@@ -26,16 +29,13 @@ ReplayClock steeredClock() {
 TEST(ReplayClock, runsPieceByPiece) {
   const ReplayClock clock = steeredClock();
   ASSERT_EQ(clock.segments.size(), 3U) << "pausing twice adds nothing";
-  struct Row {
-    Seconds time = {};      // after the beginning
-    Seconds position = {};  // before it
+  const auto positionAfter = [&](Seconds time) {
+    return elapsed(clock.position(shifted(base, time)), base);
   };
-  const std::vector<Row> rows = {{.time = 2min, .position = 50min},
-                                 {.time = 1min, .position = 50min},
-                                 {.time = 2min + 1s, .position = 49min},
-                                 {.time = 1h, .position = -1h}};  // it does not overtake
-  for (const Row& row : rows)
-    EXPECT_EQ(clock.position(shifted(base, row.time)), shifted(base, -row.position));
+  EXPECT_EQ(positionAfter(2min), Seconds(50min));
+  EXPECT_EQ(positionAfter(1min), Seconds(50min));
+  EXPECT_EQ(positionAfter(2min + 1s), Seconds(49min));
+  EXPECT_EQ(positionAfter(1h), Seconds(-1h)) << "it does not overtake";
 }
 
 TEST(ReplayClock, knowsWhenItPassesADate) {
@@ -46,16 +46,13 @@ TEST(ReplayClock, knowsWhenItPassesADate) {
     std::optional<Seconds> crossed = {};
     std::optional<Seconds> popsIn = {};
   };
-  const std::vector<Row> rows = {
-      {.ago = 2h},
-      {.ago = 1h},
-      {.ago = 1h - 10s, .crossed = 1s, .popsIn = 1s},
-      {.ago = 50min, .crossed = 1min, .popsIn = 1min},  // where it was paused
-      {.ago = 49min, .crossed = 2min + 1s, .popsIn = 2min + 1s},
-      {.ago = 40min, .crossed = 2min + 10s, .popsIn = 2min + 10s},
-      {.ago = 39min, .popsIn = 2min + 11s},
-  };
-  for (const Row& row : rows) {
+  for (const Row& row : {Row{.ago = 2h},
+                         Row{.ago = 1h},
+                         Row{.ago = 1h - 10s, .crossed = 1s, .popsIn = 1s},
+                         Row{.ago = 50min, .crossed = 1min, .popsIn = 1min},  // of the pause
+                         Row{.ago = 49min, .crossed = 2min + 1s, .popsIn = 2min + 1s},
+                         Row{.ago = 40min, .crossed = 2min + 10s, .popsIn = 2min + 10s},
+                         Row{.ago = 39min, .popsIn = 2min + 11s}}) {
     const Date date = shifted(base, -row.ago);
     const auto at = [](std::optional<Seconds> seconds) {
       return seconds ? std::optional(shifted(base, *seconds)) : std::nullopt;
@@ -82,34 +79,27 @@ TEST(ReplayOfFeed, runsUntilItCatchesUp) {
   struct Row {
     Seconds from = {};
     ReplaySpeed speed = ReplaySpeed::x1;
-    std::optional<Seconds> ends = {};
+    Seconds ends = {};
   };
-  const std::vector<Row> rows = {
-      {.from = 48h + 1s, .speed = ReplaySpeed::x360, .ends = 172800s / 359.0},
-      {.from = 15min, .speed = ReplaySpeed::x10, .ends = 100s},
-      {.from = 15min, .speed = ReplaySpeed::x60, .ends = 900s / 59.0},
-      {.from = -1h, .speed = ReplaySpeed::x60, .ends = 0s},
-      {.from = 15min, .speed = ReplaySpeed::x1},
-  };
-  for (const Row& row : rows) {
+  for (const Row& row : {Row{48h + 1s, ReplaySpeed::x360, 172800s / 359.0},
+                         Row{15min, ReplaySpeed::x10, 100s},
+                         Row{15min, ReplaySpeed::x60, 900s / 59.0},
+                         Row{-1h, ReplaySpeed::x60, 0s}}) {
     ReplayRun run;
     run.feed->setPausedEnd(run.now());
     run.feed->startReplay(run.ago(row.from), row.speed, run.now());
     EXPECT_FALSE(run.feed->isLive());
     EXPECT_EQ(run.feed->pausedEnd(), std::nullopt);
-    if (!row.ends) {
-      run.queue.advance(1h);
-      EXPECT_EQ(run.position(), row.from);
-      EXPECT_EQ(run.feed->replayStep(), 3600);
-      continue;
-    }
-    if (*row.ends > 0s) {
-      run.queue.advance(*row.ends - 1ms);
-      EXPECT_TRUE(run.feed->isReplaying());
-    }
+    run.queue.advance(std::max<Seconds>(row.ends - 1ms, 0s));
+    EXPECT_TRUE(run.feed->isReplaying());
     run.queue.advance(30ms);
     EXPECT_TRUE(run.feed->isLive()) << label(row.speed);
   }
+  ReplayRun never;
+  never.feed->startReplay(never.ago(15min), ReplaySpeed::x1, never.now());
+  never.queue.advance(1h);
+  EXPECT_EQ(never.position(), 15min);
+  EXPECT_EQ(never.feed->replayStep(), 3600);
 }
 
 TEST(ReplayOfFeed, stepsOnlyWhileItPlays) {
@@ -169,16 +159,15 @@ TEST(ReplayOfFeed, takesInWhatArrivesMeanwhile) {
 // A person who pauses, goes on and changes the speed at will sees every event once, in order, and
 // at the moment at which the replay passes it.
 TEST(ReplayOfFeed, showsEachEventOnceAndInOrder) {
-  const unsigned seed = std::random_device{}();
+  const auto seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
+  Random random(seed);
   for (int round = 0; round < 10; ++round) {
     ReplayRun run;
     run.feed->setRange(ActivityRange::m15);
     std::vector<ActivityEvent> events;
-    events.reserve(200);
     for (int i = 0; i < 200; ++i)
-      events.push_back(commitOf(std::to_string(i), run.ago(Seconds(1 + random() % 14400))));
+      events.push_back(commitOf(std::to_string(i), run.ago(1s + random.below(14400) * 1s)));
     run.append(events);
     const std::string expected = ids(run.feed->storedEvents());
 
@@ -187,11 +176,11 @@ TEST(ReplayOfFeed, showsEachEventOnceAndInOrder) {
     std::size_t onlySince = 0;
     Date last = run.now();
     while (run.feed->isReplaying()) {
-      if (random() % 20 == 0)
+      if (random.chance(5))
         run.feed->toggleReplay(run.now());
-      if (random() % 20 == 0)
-        run.feed->setReplaySpeed(allReplaySpeeds.at(1 + random() % 3), run.now());
-      run.queue.advance(Seconds(double(random() % 1000) / 500));
+      if (random.chance(5))
+        run.feed->setReplaySpeed(allReplaySpeeds.at(1 + random.below(3)), run.now());
+      run.queue.advance(random.below(1000) * 2ms);
       const auto visible = run.feed->visibleEvents(run.now());
       if (visible.empty())
         continue;

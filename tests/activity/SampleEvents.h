@@ -1,14 +1,14 @@
 #pragma once
 
-// Events for the tests of the flow and the lanes.
+// Events for the tests, single ones and many by chance.
 
 #include <cstdint>
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "activity/ActivityEvent.h"
+#include "helpers/Random.h"
 
 namespace tessivane {
 
@@ -19,41 +19,36 @@ inline ActivityEvent sampleEvent(std::string id,
                                  Date date,
                                  ActivityKind kind = ActivityKind::commit,
                                  std::string root = "/a") {
-  return ActivityEvent{
-      .id = std::move(id), .kind = kind, .date = date, .projectRoot = std::move(root)};
+  return {.id = std::move(id), .kind = kind, .date = date, .projectRoot = std::move(root)};
 }
 
-class SampleDice final {
- public:
-  explicit SampleDice(unsigned seed) : engine_(seed) {}
-  std::int64_t below(std::int64_t sides) {
-    return std::uniform_int_distribution<std::int64_t>(0, sides - 1)(engine_);
-  }
-  template <typename List>
-  const auto& pick(const List& list) {
-    return list[static_cast<std::size_t>(below(static_cast<std::int64_t>(list.size())))];
-  }
+/// The event with one member changed.
+template <typename Member, typename Value>
+ActivityEvent with(ActivityEvent event, Member ActivityEvent::*member, Value value) {
+  event.*member = std::move(value);
+  return event;
+}
 
- private:
-  std::mt19937 engine_;
-};
+template <typename List>
+const auto& pick(const List& list, Random& random) {
+  return list[random.below(list.size())];
+}
 
-/// Few dates, projects and sessions, so that ties and groups occur; every now and then a date at
-/// the ends of time or an empty text.
-inline std::vector<ActivityEvent> sampleEvents(SampleDice& dice, std::int64_t count) {
+/// Fewer than `bound`, of few dates, projects and sessions, so that ties and groups occur; every
+/// now and then a date at the ends of time or an empty text.
+inline std::vector<ActivityEvent> sampleEvents(Random& random, std::size_t bound) {
   const std::vector<std::string> roots = {"/a", "/b", "/c", ""};
   const std::vector<Date> strange = {Date::min(), distantPast, Date{}, Date::max()};
   std::vector<ActivityEvent> events;
-  for (std::int64_t i = 0; i < count; ++i) {
-    ActivityEvent event = sampleEvent(std::to_string(dice.below(1000)) + "-" + std::to_string(i),
-                                      sampleNoon - std::chrono::seconds(dice.below(600)),
-                                      dice.pick(allActivityKinds),
-                                      dice.pick(roots));
-    if (dice.below(50) == 0)
-      event.date = dice.pick(strange);
-    if (dice.below(2) == 0)
-      event.sessionID = "s" + std::to_string(dice.below(4));
-    events.push_back(std::move(event));
+  for (std::size_t count = random.below(bound); count > 0; --count) {
+    events.push_back(sampleEvent(random.hex(3) + "-" + std::to_string(count),
+                                 sampleNoon - std::chrono::seconds(random.below(600)),
+                                 pick(allActivityKinds, random),
+                                 pick(roots, random)));
+    if (random.chance(2))
+      events.back().date = pick(strange, random);
+    if (random.chance(50))
+      events.back().sessionID = "s" + std::to_string(random.below(4));
   }
   return events;
 }

@@ -30,57 +30,42 @@ TEST(TimelineLayout, geometryFollowsTheSize) {
     std::size_t above = 0;
     std::size_t below = 0;
   };
-  for (const Row& row : {Row{{640, 600}, 528, 294, 5, 3},
-                         Row{{639, 413}, 575, 201, 4, 2},  // half of 413 is rounded up
-                         Row{{639, 412}, 575, 200, 3, 2},  // a row at 40 is too high
-                         Row{{10, 10}, -54, -1, 0, 0},
-                         Row{{100'000, 100'000}, 99'888, 49'994, 5, 3}}) {
-    const auto geometry = TimelineGeometry::make(row.size, ActivityRange::m15);
-    EXPECT_EQ(geometry.nowX, row.nowX);
-    EXPECT_EQ(geometry.mid, row.mid);
-    EXPECT_EQ(geometry.aboveRows.size(), row.above) << row.size.height;
-    EXPECT_EQ(geometry.belowRows.size(), row.below) << row.size.height;
+  for (const auto& [size, nowX, mid, above, below] :
+       {Row{{640, 600}, 528, 294, 5, 3},
+        Row{{639, 413}, 575, 201, 4, 2},  // half of 413 is rounded up
+        Row{{639, 412}, 575, 200, 3, 2},  // a row at 40 is too high
+        Row{{10, 10}, -54, -1, 0, 0},
+        Row{{100'000, 100'000}, 99'888, 49'994, 5, 3}}) {
+    const auto geometry = TimelineGeometry::make(size, ActivityRange::m15);
+    EXPECT_EQ(geometry.nowX, nowX);
+    EXPECT_EQ(geometry.mid, mid);
+    EXPECT_EQ(geometry.aboveRows.size(), above) << size.height;
+    EXPECT_EQ(geometry.belowRows.size(), below) << size.height;
     EXPECT_GT(geometry.pointsPerSecond, 0);
   }
 }
 
 TEST(TimelineLayout, gridLinesStandOnRoundTimesAndReachBeyondTheWindow) {
+  using enum ActivityRange;
   struct Row {
-    ActivityRange range = ActivityRange::m15;
-    const char* end = "";
-    const char* first = "";
-    const char* last = "";
+    ActivityRange range = h1;
+    std::string end = {};
+    std::string first = {};
+    std::string last = {};
     std::size_t count = 0;
   };
-  for (const Row& row : {
-           Row{ActivityRange::m15,
-               "2026-10-05T10:04:00Z",
-               "2026-10-05T09:45:00Z",
-               "2026-10-05T10:05:00Z",
-               5},
-           Row{ActivityRange::h1,
-               "2026-10-05T10:00:00Z",
-               "2026-10-05T09:00:00Z",
-               "2026-10-05T10:15:00Z",
-               6},
-           Row{ActivityRange::h1,
-               "2026-10-05T10:00:00.5Z",
-               "2026-10-05T09:00:00Z",
-               "2026-10-05T10:15:00Z",
-               6},
-           Row{ActivityRange::h6,
-               "1969-12-31T23:30:00Z",
-               "1969-12-31T18:00:00Z",
-               "1970-01-01T00:00:00Z",
-               7},
-       }) {
+  for (const Row& row :
+       {Row{m15, "2026-10-05T10:04:00", "2026-10-05T09:45:00", "2026-10-05T10:05:00", 5},
+        Row{h1, "2026-10-05T10:00:00", "2026-10-05T09:00:00", "2026-10-05T10:15:00", 6},
+        Row{h1, "2026-10-05T10:00:00.5", "2026-10-05T09:00:00", "2026-10-05T10:15:00", 6},
+        Row{h6, "1969-12-31T23:30:00", "1969-12-31T18:00:00", "1970-01-01T00:00:00", 7}}) {
     TimelineInput input = hourOf({});
     input.range = row.range;
-    input.end = *isoDate(row.end);
+    input.end = *isoDate(row.end + "Z");
     const TimelineLayout layout = TimelineLayout::make(input);
     ASSERT_EQ(layout.ticks.size(), row.count) << row.end;
-    EXPECT_EQ(isoText(layout.ticks.front().date), row.first);
-    EXPECT_EQ(isoText(layout.ticks.back().date), row.last);
+    EXPECT_EQ(isoText(layout.ticks.front().date), row.first + "Z");
+    EXPECT_EQ(isoText(layout.ticks.back().date), row.last + "Z");
     const double width = layout.geometry.nowX - 12;
     const Seconds age = elapsed(layout.ticks.front().date, input.end);
     EXPECT_NEAR(layout.ticks.front().x, 12 + width - age / span(row.range) * width, 1e-6);
@@ -88,17 +73,13 @@ TEST(TimelineLayout, gridLinesStandOnRoundTimesAndReachBeyondTheWindow) {
 }
 
 TEST(TimelineLayout, commitsOfOneBinAreOneGroup) {
-  ActivityEvent other = happened(commit, ten + seconds(1), "other session");
-  other.sessionID = "claude:2";
-  ActivityEvent nobodys = happened(commit, ten, "no session");
-  nobodys.sessionID = std::nullopt;
   const std::vector<ActivityEvent> events = {
       happened(commit, ten, "a"),
       happened(started, ten, "start"),
       happened(commit, ten + seconds(9) + microseconds(999'999), "b"),
-      other,
+      with(happened(commit, ten + seconds(1), "other"), &ActivityEvent::sessionID, "claude:2"),
       happened(commit, ten - microseconds(1), "before"),
-      nobodys,
+      with(happened(commit, ten, "nobody's"), &ActivityEvent::sessionID, std::nullopt),
       happened(commit, ten + seconds(10), "after"),
       happened(started, ten, "start again")};
   const auto texts = [](const std::vector<std::vector<ActivityEvent>>& groups) {
@@ -110,28 +91,24 @@ TEST(TimelineLayout, commitsOfOneBinAreOneGroup) {
     return result;
   };
   EXPECT_EQ(texts(rollUp(events, 0.8)),
-            "start; start again; b, a; other session; before; no session; after; ");
+            "start; start again; b, a; other; before; nobody's; after; ");
   // However wide the view is, a second is not divided.
-  EXPECT_EQ(texts(rollUp({happened(commit, ten, "a"),
-                          happened(commit, ten + microseconds(999'999), "b"),
-                          happened(commit, ten + seconds(1), "c")},
-                         1000)),
-            "b, a; c; ");
+  const auto almost = happened(commit, ten + microseconds(999'999), "almost");
+  EXPECT_EQ(texts(rollUp({events[0], almost, happened(commit, ten + seconds(1), "c")}, 1000)),
+            "almost, a; c; ");
 }
 
 TEST(TimelineLayout, aGroupIsKnownByItsOldestCommit) {
-  const TimelineLayout layout = TimelineLayout::make(
-      hourOf({happened(commit, ten - seconds(2), "old"), happened(commit, ten, "new")}));
-  // 9:59:58 and 10:00:00 lie in two bins.
-  EXPECT_EQ(layout.items.size(), 2U);
-  const TimelineLayout other = TimelineLayout::make(hourOf(
-      {happened(commit, ten - seconds(9), "new"), happened(commit, ten - seconds(11), "old")}));
-  ASSERT_EQ(other.items.size(), 1U);
-  EXPECT_EQ(other.items[0].id, "group:claude:1:old");
-  EXPECT_EQ(other.items[0].events.front().id, "new");
-  EXPECT_EQ(other.item("group:claude:1:old"), other.items.data());
-  EXPECT_EQ(other.item("old"), nullptr);
-  EXPECT_EQ(other.item(std::nullopt), nullptr);
+  const TimelineLayout layout =
+      TimelineLayout::make(hourOf({happened(commit, ten - seconds(9), "new"),
+                                   happened(commit, ten - seconds(11), "old"),
+                                   happened(commit, ten, "of the next bin")}));
+  ASSERT_EQ(layout.items.size(), 2U);
+  EXPECT_EQ(layout.items[0].id, "group:claude:1:old");
+  EXPECT_EQ(layout.items[0].events.front().id, "new");
+  EXPECT_EQ(layout.item("group:claude:1:old"), layout.items.data());
+  EXPECT_EQ(layout.item("old"), nullptr);
+  EXPECT_EQ(layout.item(std::nullopt), nullptr);
 }
 
 TEST(TimelineLayout, cardsSayWhatHappened) {
@@ -162,13 +139,39 @@ TEST(TimelineLayout, cardsSayWhatHappened) {
     EXPECT_EQ(callout.label, row.label);
     EXPECT_EQ(callout.width, row.width) << row.title << row.label;
   }
-  ActivityEvent bare{.kind = prOpened, .title = std::string(60, 'W')};
-  const auto opened = timelineCallout({&bare, 1}, large, {.width = tableWidth});
-  EXPECT_EQ(opened, (TimelineCallout{201 + 49, std::string(26, 'W') + "…", "Opened #"}));
-  bare.kind = branched;
-  bare.detail = "worktree";
-  const auto branch = timelineCallout({&bare, 1}, small, {.width = tableWidth});
-  EXPECT_EQ(branch, (TimelineCallout{132 + 51 + 33, std::string(21, 'W') + "…", "worktree"}));
+  const auto calloutOf = [](const ActivityEvent& bare, TimelineSizeClass size) {
+    return timelineCallout({&bare, 1}, size, {.width = tableWidth});
+  };
+  const std::string wide(60, 'W');
+  EXPECT_EQ(calloutOf({.kind = prOpened, .title = wide}, large),
+            (TimelineCallout{201 + 49, wide.substr(0, 26) + "…", "Opened #"}));
+  EXPECT_EQ(calloutOf({.kind = branched, .title = wide, .detail = "worktree"}, small),
+            (TimelineCallout{132 + 51 + 33, wide.substr(0, 21) + "…", "worktree"}));
+}
+
+TEST(TimelineLayout, aCardStandsInTheFirstRowOfItsKindAndSize) {
+  struct Row {
+    ActivityKind kind = commit;
+    int row = 0;
+    TimelineRect rect = {};  // of a card that ends twelve points after the marker
+    TimelineLeader leader = {};
+  };
+  for (const Row& row : {Row{commit, 0, {573, 253.5, 108, 21}, {274.5, 288}},
+                         Row{branched, 0, {580, 253.5, 101, 21}, {274.5, 288}},
+                         Row{prOpened, 2, {480, 177, 201, 26}, {203, 288}},
+                         Row{prMerged, 3, {473, 111, 208, 46}, {157, 288}},
+                         Row{needsYou, 0, {531, 337, 150, 46}, {334, 337}},
+                         Row{finished, 0, {546, 347, 135, 26}, {334, 347}},
+                         Row{started, 0, {573, 349.5, 108, 21}, {334, 349.5}}}) {
+    const TimelineLayout layout =
+        TimelineLayout::make(hourOf({happened(row.kind, beforeTen(900), "e")}));
+    const TimelineItem& item = layout.items.at(0);
+    SCOPED_TRACE(rawValue(row.kind));
+    EXPECT_EQ(item.markerX, 888 - 876 / 4.0);
+    EXPECT_EQ(item.row, row.row);
+    EXPECT_EQ(item.rect, row.rect);
+    EXPECT_EQ(item.leader, row.leader);
+  }
 }
 
 TEST(TimelineLayout, textsAreCutToTheirWidth) {
@@ -178,32 +181,30 @@ TEST(TimelineLayout, textsAreCutToTheirWidth) {
     const char* expected = "";
   };
   int asked = 0;
-  const TimelineTextMeasure measure = {
-      .width = [&](std::string_view text, TimelineTextStyle style) {
-        ++asked;
-        return tableWidth(text, style);
-      }};
+  const TimelineTextMeasure measure = {.width = [&](auto text, auto style) {
+    ++asked;
+    return tableWidth(text, style);
+  }};
   const TimelineTextMeasure remembering = cached(measure);
-  for (const Row& row : {Row{"Sweep the floor", 90, "Sweep the floor"},
-                         Row{"Sweep the floor", 89, "Sweep the flo…"},
-                         Row{"Sweep the floor", 66, "Sweep the…"},
-                         Row{"Sweep the floor", 42, "Sweep…"},
-                         Row{"Sweep the floor", 1, "Swee…"},
-                         Row{"Sweep the floor", notANumber, "Swee…"},
-                         Row{"äöüßÄÖÜ", 36, "äöüßÄ…"},
-                         Row{"Two\nlines\x7F", 60, "Two lines "},
-                         Row{"     ", 1, "…"},
-                         Row{"", 1, ""},
-                         Row{"Wi", 1, "Wi…"}}) {
+  for (const auto& [text, limit, expected] : {Row{"Sweep the floor", 90, "Sweep the floor"},
+                                              Row{"Sweep the floor", 89, "Sweep the flo…"},
+                                              Row{"Sweep the floor", 66, "Sweep the…"},
+                                              Row{"Sweep the floor", 1, "Swee…"},
+                                              Row{"Sweep the floor", notANumber, "Swee…"},
+                                              Row{"äöüßÄÖÜ", 36, "äöüßÄ…"},
+                                              Row{"Two\nlines\x7F", 60, "Two lines "},
+                                              Row{"     ", 1, "…"},
+                                              Row{"", 1, ""},
+                                              Row{"Wi", 1, "Wi…"}}) {
     asked = 0;
-    const auto fitted = measure.fit(row.text, TimelineTextStyle::tag, row.limit);
-    EXPECT_EQ(fitted.text, row.expected) << row.limit;
-    EXPECT_EQ(fitted.width, tableWidth(row.expected, TimelineTextStyle::tag));
+    const auto fitted = measure.fit(text, TimelineTextStyle::tag, limit);
+    EXPECT_EQ(fitted.text, expected) << limit;
+    EXPECT_EQ(fitted.width, tableWidth(expected, TimelineTextStyle::tag));
     EXPECT_LE(asked, 12);
-    EXPECT_EQ(remembering.fit(row.text, TimelineTextStyle::tag, row.limit), fitted);
+    EXPECT_EQ(remembering.fit(text, TimelineTextStyle::tag, limit), fitted);
     asked = 0;
-    EXPECT_EQ(remembering.fit(row.text, TimelineTextStyle::tag, row.limit), fitted);
-    EXPECT_EQ(asked > 0, std::isnan(row.limit));
+    EXPECT_EQ(remembering.fit(text, TimelineTextStyle::tag, limit), fitted);
+    EXPECT_EQ(asked > 0, std::isnan(limit));
   }
 }
 
@@ -224,35 +225,32 @@ TEST(TimelineLayout, aMeasureForgetsEverythingRatherThanGrowWithoutEnd) {
 }
 
 TEST(TimelineLayout, whatIsOneAndAHalfSecondsOldIsNotFresh) {
-  struct Row {
-    Date seen = distantPast;
-    bool isFresh = false;
+  const auto isFresh = [](Date seen) {
+    const auto event = happened(commit, beforeTen(10), "b");
+    return TimelineLayout::make(hourOf({happened(commit, beforeTen(9), "a"),
+                                        with(event, &ActivityEvent::firstSeen, seen)}))
+        .items.at(0)
+        .isFresh;
   };
-  for (const Row& row : {Row{ten - microseconds(1'499'999), true},
-                         Row{ten - microseconds(1'500'000), false},
-                         Row{ten + seconds(5), true},
-                         Row{Date::min(), false},
-                         Row{Date::max(), true}}) {
-    std::vector<ActivityEvent> run = {happened(commit, beforeTen(9), "a"),
-                                      happened(commit, beforeTen(10), "b")};
-    run[1].firstSeen = row.seen;
-    EXPECT_EQ(TimelineLayout::make(hourOf(run)).items.at(0).isFresh, row.isFresh);
-  }
+  EXPECT_TRUE(isFresh(ten - microseconds(1'499'999)));
+  EXPECT_FALSE(isFresh(ten - microseconds(1'500'000)));
+  EXPECT_TRUE(isFresh(ten + seconds(5)));
+  EXPECT_FALSE(isFresh(Date::min()));
+  EXPECT_TRUE(isFresh(Date::max()));
 }
 
 TEST(TimelineLayout, editsOfAProjectAndAMinuteAreOneMark) {
   TimelineInput input = hourOf({});
-  input.edits = {
-      {.projectRoot = "/b", .sessionID = "s", .start = beforeTen(60), .files = 2, .paths = {"z"}},
-      {.projectRoot = "/a", .sessionID = "s", .start = beforeTen(60), .files = -7},
-      {.projectRoot = "/b",
-       .sessionID = "s",
-       .start = beforeTen(1),
-       .files = 1,
-       .paths = {"y", "z", "y"}},
-      {.projectRoot = "/b", .sessionID = "t", .start = ten, .files = 50},
-      {.projectRoot = "/b", .sessionID = "u", .start = ten, .files = 50},
-      {.projectRoot = "/b", .start = ten + microseconds(1), .files = 1}};
+  const auto edit = [&](const char* root, Date start, std::int64_t files) -> EditBucket& {
+    return input.edits.emplace_back(
+        EditBucket{.projectRoot = root, .sessionID = "s", .start = start, .files = files});
+  };
+  edit("/b", beforeTen(60), 2).paths = {"z"};
+  edit("/a", beforeTen(60), -7);
+  edit("/b", beforeTen(1), 1).paths = {"y", "z", "y"};
+  edit("/b", ten, 50).sessionID = "t";
+  edit("/b", ten, 50).sessionID = "u";
+  edit("/b", ten + microseconds(1), 1);
   input.projectOrder = {"1", "2", "3", "4", "5", "/b"};
   const TimelineLayout layout = TimelineLayout::make(input);
   ASSERT_EQ(layout.edits.size(), 3U);
@@ -289,27 +287,22 @@ TEST(TimelineLayout, pointsFindCardsThenMarkersThenEdits) {
   const TimelineItem& bare = *layout.item("f5");
   ASSERT_TRUE(card.rect && !bare.rect);
   const TimelineEditMark& edit = layout.edits.at(0);
-  struct Row {
-    TimelinePoint point = {};
-    std::string expected = {};
+  const auto hit = [&](double x, double y) {
+    const auto found = layout.hitTest({x, y});
+    EXPECT_EQ(found && found->kind == TimelineHit::Kind::edit, found && found->id == edit.id);
+    return found ? found->id : "";
   };
-  for (const Row& row : {
-           Row{{card.rect->x - 2, card.rect->y - 2}, "f0"},
-           Row{{card.rect->x - 2.1, card.rect->y}, ""},
-           Row{{card.rect->maxX() + 2, card.rect->maxY() + 2}, "f0"},
-           Row{{bare.markerX - 8.9, axis}, "f5"},
-           Row{{bare.markerX - 9.1, axis}, ""},
-           Row{{(card.markerX + layout.item("f1")->markerX) / 2, axis}, "f1"},
-           Row{{edit.x + 1.5, axis + edit.height + 9.9}, edit.id},
-           Row{{edit.x + 1.5, axis + edit.height + 10.1}, ""},
-           Row{{edit.x + 5.1, axis + 15}, ""},
-           Row{{edit.x - 1.9, axis + 15}, edit.id},
-           Row{{notANumber, axis}, ""},
-       }) {
-    const auto hit = layout.hitTest(row.point);
-    EXPECT_EQ(hit ? hit->id : "", row.expected) << row.point.x << " " << row.point.y;
-    EXPECT_EQ(hit && hit->kind == TimelineHit::Kind::edit, row.expected == edit.id);
-  }
+  EXPECT_EQ(hit(card.rect->x - 2, card.rect->y - 2), "f0");
+  EXPECT_EQ(hit(card.rect->x - 2.1, card.rect->y), "");
+  EXPECT_EQ(hit(card.rect->maxX() + 2, card.rect->maxY() + 2), "f0");
+  EXPECT_EQ(hit(bare.markerX - 8.9, axis), "f5");
+  EXPECT_EQ(hit(bare.markerX - 9.1, axis), "");
+  EXPECT_EQ(hit((card.markerX + layout.item("f1")->markerX) / 2, axis), "f1");
+  EXPECT_EQ(hit(edit.x + 1.5, axis + edit.height + 9.9), edit.id);
+  EXPECT_EQ(hit(edit.x + 1.5, axis + edit.height + 10.1), "");
+  EXPECT_EQ(hit(edit.x + 5.1, axis + 15), "");
+  EXPECT_EQ(hit(edit.x - 1.9, axis + 15), edit.id);
+  EXPECT_EQ(hit(notANumber, axis), "");
 }
 
 TEST(TimelineLayout, theKeyboardStepsFromOldToNew) {
@@ -329,17 +322,6 @@ TEST(TimelineLayout, theKeyboardStepsFromOldToNew) {
   EXPECT_EQ(step("?", older), "b");
   EXPECT_EQ(step(std::nullopt, newer), "b");
   EXPECT_EQ(TimelineLayout::empty().step("a", newer), nullptr);
-}
-
-TEST(TimelineLayout, aLowViewKeepsTheMarkersOfLargeEvents) {
-  TimelineInput input =
-      hourOf({happened(prMerged, beforeTen(60), "pr"), happened(commit, beforeTen(900), "c")});
-  input.size.height = 400;
-  const TimelineLayout layout = TimelineLayout::make(input);
-  const TimelineItem& merged = *layout.item("pr");
-  EXPECT_FALSE(merged.row || merged.rect || merged.leader);
-  EXPECT_EQ(layout.hitTest({merged.markerX, layout.geometry.mid})->id, "pr");
-  EXPECT_EQ(layout.item("c")->row, 0);
 }
 
 void expectSound(const TimelineLayout& layout) {
@@ -363,21 +345,21 @@ void expectSound(const TimelineLayout& layout) {
 std::vector<ActivityEvent> oddEvents() {
   const std::string megabyte(1'000'000, 'm');
   std::vector<ActivityEvent> events;
+  const auto add = [&](ActivityEvent event) {
+    event.id = std::to_string(events.size());
+    events.push_back(std::move(event));
+  };
   for (const ActivityKind kind : allActivityKinds) {
     for (const Date date :
          {Date::min(), distantPast, Date{}, ten, *isoDate("9999-12-31T00:00:00Z"), Date::max()}) {
-      events.push_back(happened(kind, date, std::to_string(events.size())));
+      add(happened(kind, date, ""));
       events.push_back({.kind = kind, .date = date, .firstSeen = date});  // without texts, one id
     }
-    ActivityEvent loud = happened(kind, ten, "loud" + std::to_string(events.size()));
-    loud.title = megabyte;
-    loud.projectName = megabyte;
-    loud.ref = megabyte;
+    ActivityEvent loud = happened(kind, ten, "");
+    loud.title = loud.projectName = *(loud.ref = megabyte);
     loud.sessionTitle = "a\xCC\x81" + std::string(1'000'000, '\0');
-    events.push_back(loud);
-    loud.id += "!";
-    loud.title = "\xF0\x9F" + std::string(3000, '\x80');  // no text at all
-    events.push_back(loud);
+    add(loud);
+    add(with(loud, &ActivityEvent::title, "\xF0\x9F" + std::string(3000, '\x80')));  // no text
   }
   return events;
 }
@@ -385,9 +367,8 @@ std::vector<ActivityEvent> oddEvents() {
 TEST(TimelineLayout, whateverComesGivesASoundLayout) {
   TimelineInput odd = hourOf(oddEvents());
   for (const Date date : {Date::min(), distantPast, ten, Date::max()}) {
-    odd.edits.push_back({.start = date, .files = std::numeric_limits<std::int64_t>::min()});
-    odd.edits.push_back({.start = date, .files = std::numeric_limits<std::int64_t>::max()});
-    odd.edits.push_back({.start = date, .files = std::numeric_limits<std::int64_t>::max()});
+    for (const std::int64_t files : {INT64_MIN, INT64_MAX, INT64_MAX})
+      odd.edits.push_back({.start = date, .files = files});
   }
   for (const double length :
        {notANumber, -infinity, -1.0, 0.0, 1e-300, 1.0, 64.0, 77.0, 100'000.0, 1e300, infinity}) {
@@ -437,23 +418,16 @@ TEST(TimelineLayout, aHundredThousandEventsInOneSecond) {
 }
 
 TEST(TimelineLayout, clockTextsHaveTwelveHours) {
-  struct Row {
-    const char* zone = "";
-    const char* date = "";
-    const char* minutes = "";
-    const char* seconds = "";
+  const auto texts = [](const char* zone, const char* date) {
+    const auto with = [&](TimelineClockDigits digits) {
+      return timelineClock(*isoDate(date), digits, Calendar(zone));
+    };
+    return with(TimelineClockDigits::minutes) + " " + with(TimelineClockDigits::seconds);
   };
-  for (const Row& row : {Row{"UTC", "2026-10-05T00:05:09Z", "12:05", "12:05:09"},
-                         Row{"UTC", "2026-10-05T12:00:00Z", "12:00", "12:00:00"},
-                         Row{"UTC", "1969-12-31T23:59:59.9Z", "11:59", "11:59:59"},
-                         Row{"Asia/Kathmandu", "2026-10-05T03:15:00Z", "9:00", "9:00:00"},
-                         // An hour after the clocks went on.
-                         Row{"Europe/Berlin", "2026-03-29T02:00:00Z", "4:00", "4:00:00"}}) {
-    const Calendar calendar(row.zone);
-    const Date date = *isoDate(row.date);
-    EXPECT_EQ(timelineClock(date, TimelineClockDigits::minutes, calendar), row.minutes);
-    EXPECT_EQ(timelineClock(date, TimelineClockDigits::seconds, calendar), row.seconds);
-  }
+  EXPECT_EQ(texts("UTC", "2026-10-05T00:05:09Z"), "12:05 12:05:09");
+  EXPECT_EQ(texts("UTC", "2026-10-05T12:00:00Z"), "12:00 12:00:00");
+  EXPECT_EQ(texts("UTC", "1969-12-31T23:59:59.9Z"), "11:59 11:59:59");
+  EXPECT_EQ(texts("Asia/Kathmandu", "2026-10-05T03:15:00Z"), "9:00 9:00:00");
 }
 
 }  // namespace

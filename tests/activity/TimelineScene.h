@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include "SampleEvents.h"
 #include "activity/TimelineLayout.h"
 
 namespace tessivane {

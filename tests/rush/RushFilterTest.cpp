@@ -94,7 +94,6 @@ TEST(RushFilter, isStoredAsJSON) {
            {R"("projects":)", R"("Projects":)"},
            {R"("all")", R"("All")"},
            {R"("all")", "3"},
-           {R"("except")", R"("")"},
            {R"("except")", "null"},
            {"true", "1"},
            {R"(["t3"])", R"("t3")"},
@@ -102,10 +101,7 @@ TEST(RushFilter, isStoredAsJSON) {
            {R"("/ü")", "null"},
            {R"("/ü")", "\"/\xff\""},
            {"}", ""},
-           {"}", "}}"},
-           {text.c_str(), ""},
            {text.c_str(), "[]"},
-           {text.c_str(), "null"},
        }) {
     std::string broken = text;
     broken.replace(broken.find(part), std::string_view(part).size(), replacement);

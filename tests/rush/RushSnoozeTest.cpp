@@ -18,9 +18,7 @@ TEST(RushSnooze, endsWhenItSays) {
            // Across the hour that is not there.
            {RushSnooze::hour, "America/New_York", "2026-03-08T06:30:00Z", "2026-03-08T07:30:00Z"},
            {tomorrow, "UTC", "2026-10-05T00:00:00Z", "2026-10-06T08:00:00Z"},
-           {tomorrow, "UTC", "2026-10-05T00:01:00Z", "2026-10-06T08:00:00Z"},
            {tomorrow, "UTC", "2026-10-05T23:59:59.999Z", "2026-10-06T08:00:00Z"},
-           {tomorrow, "UTC", "2026-12-31T12:00:00Z", "2027-01-01T08:00:00Z"},
            // The clocks change in the night to tomorrow, and in the night to today.
            {tomorrow, "America/New_York", "2026-03-07T17:00:00Z", "2026-03-08T12:00:00Z"},
            {tomorrow, "America/New_York", "2026-03-08T05:30:00Z", "2026-03-09T12:00:00Z"},

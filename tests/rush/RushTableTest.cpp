@@ -104,6 +104,45 @@ TEST(RushTable, playsWholeRuns) {
   }
 }
 
+TEST(RushTable, dealsRequestsThenFinishedTurnsThenTheDealtBefore) {
+  const auto noise = [](AgentSession session) {
+    session.kind = SessionKind::subagent;
+    return session;
+  };
+  RushRun run{.sessions = {sample("new request", needsYou, Seconds(10)),
+                           sample("old request", needsYou, Seconds(30)),
+                           sample("old turn", yourTurn, Seconds(40)),
+                           sample("new turn", yourTurn, Seconds(20)),
+                           sample("same turn", yourTurn, Seconds(40)),
+                           sample("same request", needsYou, Seconds(30)),
+                           sample("second", needsYou),
+                           sample("first", yourTurn),
+                           sample("works", working),
+                           sample("rests", idle),
+                           noise(sample("noise", yourTurn)),
+                           sample("seat"),
+                           sample("done"),
+                           sample("active again"),
+                           sample("asleep"),
+                           sample("asked since"),
+                           sample("dozes", yourTurn),
+                           sample("awake", yourTurn),
+                           sample("hidden", needsYou, hours(5))}};
+  run.table = {.seat = run["seat"],
+               .done = {{"claude:done", run["done"].activity},
+                        {"claude:active again", run["done"].activity - microseconds(1)}},
+               .snoozed = {{"claude:asleep", {noon + hours(1), true}},
+                           {"claude:asked since", {noon + hours(1), false}},
+                           {"claude:dozes", {noon + hours(1), false}},
+                           {"claude:awake", {noon, true}}},
+               .dealOrder = {{"claude:first", 1}, {"claude:second", 2}}};
+  const std::string requests = "active again asked since old request same request new request ";
+  const std::string turns = "new turn old turn same turn awake ";
+  EXPECT_EQ(run.queue(), requests + turns + "first second");
+  run.table.nextUpID = "claude:new turn";
+  EXPECT_TRUE(run.queue().starts_with("new turn active again "));
+}
+
 TEST(RushTable, countsAndUncounts) {
   RushRun run = seated({"b", "c", "d", "e"});
   run.play("skip done snooze d=working sync e=idle sync");
