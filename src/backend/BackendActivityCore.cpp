@@ -229,7 +229,9 @@ void BackendActivityCore::reconcile(Extent extent) {
   auto signature = signatureOf(sessions_.list);
   if (signature != sessionSignature_ || extent == Extent::everything) {
     sessionSignature_ = std::move(signature);
-    due_.gitDirs.merge(repositories_.update(sessions_.list));
+    // Others are watched anew; what the old watch had heard of, but not told yet, goes with it.
+    if (repositories_.update(sessions_.list))
+      due_.gitDirs.insert(repositories_.dirs().begin(), repositories_.dirs().end());
   }
   due_.transcripts.merge(transcripts_.update(sessions_.list));
   follower_->follow(transcripts_.paths(), repositories_.dirs());
