@@ -114,6 +114,7 @@ TEST(ProjectRootResolver, findsTheNearestRepositoryBelowTheHome) {
              {home.path("repo/gone/too"), home.path("repo"), common},
              {home.path("repo/./src/../src/"), home.path("repo"), common},
              {home.path("worktree/x"), home.path("worktree"), common},
+             {home.path("new"), home.path("new"), {}},
              {home.path("plain/../plain/sub/"), home.path("plain/../plain/sub/"), {}},
              {home.path() + "/", home.path() + "/", home.path(".git")},
              {"relative/path", "relative/path", {}},
@@ -123,6 +124,9 @@ TEST(ProjectRootResolver, findsTheNearestRepositoryBelowTheHome) {
       EXPECT_EQ(roots.gitCommonDir(row.cwd), row.common) << row.cwd;
     }
   }
+  // "git init" when a session has begun there already.
+  home.makeDirectory("new/.git");
+  EXPECT_EQ(roots.gitCommonDir(home.path("new")), home.path("new/.git"));
 }
 
 class DiscoveryTest : public testing::Test {
