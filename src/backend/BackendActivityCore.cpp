@@ -229,11 +229,16 @@ void BackendActivityCore::reconcile(Extent extent) {
   auto signature = signatureOf(sessions_.list);
   if (signature != sessionSignature_ || extent == Extent::everything) {
     sessionSignature_ = std::move(signature);
-    // Others are watched anew; what the old watch had heard of, but not told yet, goes with it.
     if (repositories_.update(sessions_.list))
       due_.gitDirs.insert(repositories_.dirs().begin(), repositories_.dirs().end());
   }
-  due_.transcripts.merge(transcripts_.update(sessions_.list));
+  auto changed = transcripts_.update(sessions_.list);
+  // Where a repository's file system sends no events, those who work in it are what tells.
+  for (const AgentSession& session : sessions_.list) {
+    if (session.transcriptPath && changed.contains(*session.transcriptPath))
+      due_.gitDirs.merge(repositories_.dirsOf({workingDirectory(session)}));
+  }
+  due_.transcripts.merge(std::move(changed));
   follower_->follow(transcripts_.paths(), repositories_.dirs());
   if (extent == Extent::everything)
     addAllDue();

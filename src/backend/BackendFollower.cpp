@@ -75,7 +75,8 @@ void BackendFollower::watchRepositories(const Paths& gitDirs) {
     paths.push_back(joinedPath(dir, "logs"));
     paths.push_back(joinedPath(dir, "worktrees"));
   }
-  // The new one watches before the old one goes, so that nothing happens unseen.
+  // First the old one goes: both at once may be more than the system lets this user watch.
+  repositories_ = {};
   repositories_ = BackendFSWatcher(events_, paths, queue_, handler_);
   watchedDirs_ = gitDirs;
   if (!repositories_.isWatching())

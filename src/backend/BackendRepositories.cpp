@@ -27,7 +27,7 @@ bool isOfLogs(std::string_view path) {
 bool BackendRepositories::update(const std::vector<AgentSession>& sessions) {
   Dirs dirs;
   for (const AgentSession& session : sessions) {
-    const std::string& place = session.cwd.empty() ? session.projectPath : session.cwd;
+    const std::string& place = workingDirectory(session);
     if (auto dir = place.empty() ? std::nullopt : roots_.gitCommonDir(place))
       dirs.insert(std::move(*dir));
   }

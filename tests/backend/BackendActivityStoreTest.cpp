@@ -209,11 +209,16 @@ TEST_F(BackendActivityStoreTest, FollowsWhereSessionsWork) {
   expected.insert(expected.begin() + 3,
                   {second.gitDir() + "/logs", second.gitDir() + "/worktrees"});
   EXPECT_EQ(watched(), expected);
+  EXPECT_EQ(files_.mostAtOnce, 2);
   EXPECT_EQ(stored().events.size(), 1U);
+  // Nor is it told where the file system knows no events, until a session goes on there.
+  first.commit("Untold");
+  clock_.set(first.now());
   const auto made = files_.watches.size();
   sessions_.front().activity += 1s;
   refresh();
   EXPECT_EQ(files_.watches.size(), made);
+  EXPECT_EQ(stored().events.size(), 2U);
   quit();
   EXPECT_THAT(watched(), IsEmpty());
 }
