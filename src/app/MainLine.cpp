@@ -76,6 +76,7 @@ void MainLine::launch(AppDelegate::Environment environment) {
 }
 
 void MainLine::terminate() {
+  instance_.stopListening();
   delegate_->applicationWillTerminate();
   if (program_->comesToRest(restLimit))
     return;

@@ -209,11 +209,17 @@ void BackendActivityCore::reconcile(Extent extent) {
     sessionSignature_ = std::move(signature);
     // Perhaps it is known now where they belong.
     due_.t3 = due_.t3 || (t3Scan_ && t3Scan_->hasWaiting());
-    due_.gitDirs.merge(repositories_.update(sessions_.list));
+    if (repositories_.update(sessions_.list))
+      due_.gitDirs.insert(repositories_.dirs().begin(), repositories_.dirs().end());
   }
-  due_.transcripts.merge(transcripts_.update(sessions_.list));
-  if (follower_->follow(transcripts_.paths(), repositories_.dirs()))
-    due_.gitDirs.insert(repositories_.dirs().begin(), repositories_.dirs().end());
+  auto changed = transcripts_.update(sessions_.list);
+  // Where a repository's file system sends no events, those who work in it are what tells.
+  for (const AgentSession& session : sessions_.list) {
+    if (session.transcriptPath && changed.contains(*session.transcriptPath))
+      due_.gitDirs.merge(repositories_.dirsOf({workingDirectory(session)}));
+  }
+  due_.transcripts.merge(std::move(changed));
+  follower_->follow(transcripts_.paths(), repositories_.dirs());
   if (extent == Extent::everything)
     addAllDue();
 }

@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include <sqlite3.h>
+
+#include "support/Paths.h"
 
 namespace tessivane {
 
@@ -58,8 +59,7 @@ void BackendDatabase::Finalizer::operator()(sqlite3_stmt* statement) const {
 }
 
 std::unique_ptr<BackendDatabase> BackendDatabase::open(const std::string& path) {
-  std::error_code ignored;
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+  makePrivateDirectory(std::filesystem::path(path).parent_path());
   sqlite3* db = opened(path);
   if (db == nullptr)
     return nullptr;

@@ -23,7 +23,7 @@ BackendFollower::BackendFollower(BackendActivityConfig config,
                                  FileEvents::Handler handler)
     : config_(std::move(config)), queue_(queue), handler_(std::move(handler)) {}
 
-bool BackendFollower::follow(const Paths& transcripts, const Paths& gitDirs) {
+void BackendFollower::follow(const Paths& transcripts, const Paths& gitDirs) {
   Paths polled = transcripts;
   if (config_.t3DBPath) {
     polled.insert(*config_.t3DBPath);
@@ -34,7 +34,7 @@ bool BackendFollower::follow(const Paths& transcripts, const Paths& gitDirs) {
     startPoll();
     watchSources();
   }
-  return watchRepositories(gitDirs);
+  watchRepositories(gitDirs);
 }
 
 void BackendFollower::startPoll() {
@@ -67,21 +67,20 @@ void BackendFollower::watchSources() {
     startSweep();
 }
 
-bool BackendFollower::watchRepositories(const Paths& gitDirs) {
+void BackendFollower::watchRepositories(const Paths& gitDirs) {
   if (!config_.watch || gitDirs == watchedDirs_)
-    return false;
+    return;
   std::vector<std::string> paths;
   for (const std::string& dir : gitDirs) {
     paths.push_back(joinedPath(dir, "logs"));
     paths.push_back(joinedPath(dir, "worktrees"));
   }
-  // The new one watches before the old one goes, so that nothing happens unseen. What the old one
-  // has seen and still gathers goes with it.
+  // First the old one goes: both at once may be more than the system lets this user watch.
+  repositories_ = {};
   repositories_ = BackendFSWatcher(events_, paths, queue_, handler_);
   watchedDirs_ = gitDirs;
   if (!repositories_.isWatching())
     startSweep();
-  return true;
 }
 
 void BackendFollower::startSweep() {

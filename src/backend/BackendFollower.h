@@ -25,9 +25,9 @@ class BackendFollower final : public std::enable_shared_from_this<BackendFollowe
   /// be called once more while the follower is being let go of.
   BackendFollower(BackendActivityConfig config, TaskQueue& queue, FileEvents::Handler handler);
 
-  /// Follows the tools' own directories and these, from now on. True when the repositories are
-  /// watched anew: what has changed in any of them a moment before is told no more.
-  bool follow(const Paths& transcripts, const Paths& gitDirs);
+  /// Follows the tools' own directories and these, from now on. With other repositories than before
+  /// all of them are to be scanned afterwards: what happened last in one may be told by no event.
+  void follow(const Paths& transcripts, const Paths& gitDirs);
 
   /// The file is about to be read: what has changed in it need not be told any more.
   void note(const std::string& path) { poll_.note(path); }
@@ -35,7 +35,7 @@ class BackendFollower final : public std::enable_shared_from_this<BackendFollowe
  private:
   void startPoll();
   void watchSources();
-  bool watchRepositories(const Paths& gitDirs);
+  void watchRepositories(const Paths& gitDirs);
   void startSweep();
 
   const BackendActivityConfig config_;

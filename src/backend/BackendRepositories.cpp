@@ -1,7 +1,5 @@
 #include "backend/BackendRepositories.h"
 
-#include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "git/BackendGitLayout.h"
@@ -26,17 +24,16 @@ bool isOfLogs(std::string_view path) {
 
 }  // namespace
 
-BackendRepositories::Dirs BackendRepositories::update(const std::vector<AgentSession>& sessions) {
+bool BackendRepositories::update(const std::vector<AgentSession>& sessions) {
   Dirs dirs;
   for (const AgentSession& session : sessions) {
     const std::string& place = workingDirectory(session);
     if (auto dir = place.empty() ? std::nullopt : roots_.gitCommonDir(place))
       dirs.insert(std::move(*dir));
   }
-  Dirs added;
-  std::ranges::set_difference(dirs, dirs_, std::inserter(added, added.end()));
+  const bool areOthers = dirs != dirs_;
   dirs_ = std::move(dirs);
-  return added;
+  return areOthers;
 }
 
 BackendRepositories::Dirs BackendRepositories::dirsOf(const std::vector<std::string>& projects) {

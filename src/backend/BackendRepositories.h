@@ -22,8 +22,8 @@ class BackendRepositories final {
   /// `roots` outlives it.
   explicit BackendRepositories(ProjectRootResolver& roots) : roots_(roots) {}
 
-  /// Takes over where the sessions work. Returns the repositories that were not there before.
-  Dirs update(const std::vector<AgentSession>& sessions);
+  /// Takes over where the sessions work. True when that makes other repositories than before.
+  bool update(const std::vector<AgentSession>& sessions);
 
   const Dirs& dirs() const { return dirs_; }
   /// The repositories that these projects belong to.

@@ -38,7 +38,11 @@ std::optional<std::string> ProjectRootResolver::gitCommonDir(const std::string& 
   const auto known = commonDirs_.find(root);
   if (known != commonDirs_.end())
     return known->second;
-  return commonDirs_.emplace(root, BackendGitLayout::commonDir(root)).first->second;
+  auto found = BackendGitLayout::commonDir(root);
+  // Where there is no repository yet, one may be made at any time.
+  if (found)
+    commonDirs_.emplace(root, *found);
+  return found;
 }
 
 std::string ProjectRootResolver::rootWithLock(const std::string& cwd) {

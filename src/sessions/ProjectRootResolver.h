@@ -30,7 +30,7 @@ class ProjectRootResolver final {
   const std::string home_;
   Mutex lock_;
   std::unordered_map<std::string, std::string> cache_ GUARDED_BY(lock_);
-  std::unordered_map<std::string, std::optional<std::string>> commonDirs_ GUARDED_BY(lock_);
+  std::unordered_map<std::string, std::string> commonDirs_ GUARDED_BY(lock_);
 };
 
 }  // namespace tessivane

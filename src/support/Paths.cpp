@@ -1,10 +1,12 @@
 #include "support/Paths.h"
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <system_error>
 #include <vector>
 
 namespace tessivane {
@@ -63,6 +65,12 @@ std::string Paths::configDirectory() {
 
 std::string Paths::dataDirectory() {
   return userDirectory("XDG_DATA_HOME", ".local/share");
+}
+
+void makePrivateDirectory(const std::string& path) {
+  std::error_code ignored;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+  ::mkdir(path.c_str(), S_IRWXU);
 }
 
 std::string joinedPath(std::string_view directory, std::string_view name) {

@@ -22,6 +22,11 @@ struct Paths {
   static std::string dataDirectory();
 };
 
+/// Makes a directory of the program's own, and those above it, if they are missing. The last one is
+/// for this user alone, as what it will hold tells of this person's work. Failing that, whatever is
+/// to be written there will tell.
+void makePrivateDirectory(const std::string& path);
+
 /// `directory` and `name` with one slash between them.
 std::string joinedPath(std::string_view directory, std::string_view name);
 

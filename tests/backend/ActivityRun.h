@@ -4,6 +4,7 @@
 // moves by hand, and short words for what happens to it.
 
 #include <algorithm>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
@@ -33,10 +34,14 @@ struct ScriptedFileEvents {
   bool isPossible = true;
   std::function<void(const std::string&)> problem = {};
   std::vector<std::weak_ptr<Watch>> watches = {};
+  std::ptrdiff_t mostAtOnce = 0;
 
   FileEvents events() {
     FileEvents made;
     made.watch = [this](const auto& paths, Seconds, TaskQueue&, auto handler) {
+      mostAtOnce = std::max(mostAtOnce, 1 + std::ranges::count_if(watches, [](const auto& before) {
+                                          return !before.expired();
+                                        }));
       auto watch = isPossible ? std::make_shared<Watch>(Watch{paths, std::move(handler)}) : nullptr;
       watches.push_back(watch);
       return std::shared_ptr<void>(watch);

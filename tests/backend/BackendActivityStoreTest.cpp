@@ -183,7 +183,7 @@ TEST_P(BackendActivityPollTest, NoticesWhatHasChangedAllTheSame) {
 INSTANTIATE_TEST_SUITE_P(Events, BackendActivityPollTest, testing::Values(0, 1, 2));
 
 TEST_F(BackendActivityStoreTest, FollowsWhereSessionsWork) {
-  const GitRepository first(home_, "work/shed");
+  GitRepository first(home_, "work/shed");
   const GitRepository second(home_, "work/barn");
   addSession("a");
   startWithSessions();
@@ -201,15 +201,24 @@ TEST_F(BackendActivityStoreTest, FollowsWhereSessionsWork) {
                                        first.gitDir() + "/logs",
                                        first.gitDir() + "/worktrees"};
   EXPECT_EQ(watched(), expected);
+  // The watch that goes has not told of it yet.
+  first.commit("Just before");
+  clock_.set(first.now());
   addSession("b", "work/barn");
   refresh();
   expected.insert(expected.begin() + 3,
                   {second.gitDir() + "/logs", second.gitDir() + "/worktrees"});
   EXPECT_EQ(watched(), expected);
+  EXPECT_EQ(files_.mostAtOnce, 2);
+  EXPECT_EQ(stored().events.size(), 1U);
+  // Nor is it told where the file system knows no events, until a session goes on there.
+  first.commit("Untold");
+  clock_.set(first.now());
   const auto made = files_.watches.size();
   sessions_.front().activity += 1s;
   refresh();
   EXPECT_EQ(files_.watches.size(), made);
+  EXPECT_EQ(stored().events.size(), 2U);
   quit();
   EXPECT_THAT(watched(), IsEmpty());
 }

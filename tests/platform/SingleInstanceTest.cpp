@@ -1,8 +1,11 @@
 #include "platform/linux/SingleInstance.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <optional>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -23,12 +26,28 @@ TEST(SingleInstance, theSecondHandsOverToTheFirst) {
     queue.stop();
   });
   EXPECT_EQ(first->role(), Role::first);
+  struct stat status {};
+  ASSERT_EQ(::stat(home.path("new/dir").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0700U);
   EXPECT_EQ(SingleInstance(home.path("new/dir"), queue, [] {}).role(), Role::handedOver);
   queue.run();
   EXPECT_EQ(reopened, 1);
   EXPECT_EQ(SingleInstance(home.path("other"), queue, [] {}).role(), Role::first);
   first.reset();
   EXPECT_EQ(SingleInstance(home.path("new/dir"), queue, [] {}).role(), Role::first);
+}
+
+TEST(SingleInstance, theNextWaitsForOneThatIsAboutToEnd) {
+  const TempHome home;
+  AsioMainQueue queue;
+  std::optional<SingleInstance> first(std::in_place, home.path(), queue, [] {});
+  first->stopListening();
+  std::thread ending([&first] {
+    std::this_thread::sleep_for(std::chrono::milliseconds{50});
+    first.reset();
+  });
+  EXPECT_EQ(SingleInstance(home.path(), queue, {}).role(), Role::first);
+  ending.join();
 }
 
 TEST(SingleInstance, oneWithoutAWindowSaysSo) {

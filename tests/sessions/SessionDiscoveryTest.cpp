@@ -107,6 +107,7 @@ TEST(ProjectRootResolver, findsTheNearestRepositoryBelowTheHome) {
                       {home.path("repo/gone/too"), repo, common},
                       {home.path("repo/./src/../src/"), repo, common},
                       {home.path("worktree/x"), home.path("worktree"), common},
+                      {home.path("new"), home.path("new"), {}},
                       {home.path("plain/../plain/sub/"), home.path("plain/../plain/sub/"), {}},
                       {home.path() + "/", home.path() + "/", home.path(".git")},
                       {"relative/path", "relative/path", {}},
@@ -118,6 +119,9 @@ TEST(ProjectRootResolver, findsTheNearestRepositoryBelowTheHome) {
       EXPECT_EQ(roots.gitCommonDir(cwd), dir) << cwd;
     }
   }
+  // "git init" when a session has begun there already.
+  home.makeDirectory("new/.git");
+  EXPECT_EQ(roots.gitCommonDir(home.path("new")), home.path("new/.git"));
 }
 
 TEST(SessionDiscovery, tellsTheTroubleOfEachSourceAndListsTheRest) {

@@ -14,10 +14,9 @@
 
 #include "platform/linux/DefaultsJSON.h"
 #include "support/Files.h"
+#include "support/Paths.h"
 
 namespace tessivane {
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -71,10 +70,7 @@ DefaultsFile::Lock::~Lock() {
 }
 
 void DefaultsFile::makeDirectory() const {
-  const fs::path directory = fs::path(path_).parent_path();
-  std::error_code ignored;
-  fs::create_directories(directory.parent_path(), ignored);
-  ::mkdir(directory.c_str(), S_IRWXU);
+  makePrivateDirectory(std::filesystem::path(path_).parent_path());
 }
 
 DefaultsFile::Reading DefaultsFile::read() const {

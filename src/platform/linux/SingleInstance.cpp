@@ -12,10 +12,11 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <optional>
 #include <thread>
 #include <utility>
+
+#include "support/Paths.h"
 
 namespace tessivane {
 
@@ -25,7 +26,8 @@ constexpr char hasWindow = 'w';
 constexpr char hasNone = 'n';
 // How long a second start waits for the first one's answer.
 constexpr timeval answerTimeout{.tv_sec = 2, .tv_usec = 0};
-constexpr int connectAttempts = 50;
+// And for one that does not listen: it is just beginning, or comes to its end within this second.
+constexpr int attempts = 100;
 constexpr useconds_t attemptSpacing = 10'000;
 
 std::optional<sockaddr_un> addressOf(const std::string& path) {
@@ -45,22 +47,19 @@ int makeSocket() {
   return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
 }
 
-// Asks the first instance to come forward; its answer, or nothing.
+// Asks the first instance to come forward; its answer, or nothing when nobody listens.
 std::optional<char> askToComeForward(const sockaddr_un& address) {
   const int socket = makeSocket();
   if (socket < 0)
     return std::nullopt;
   std::optional<char> answer;
-  // The first instance may hold its lock for a moment before it listens.
-  for (int attempt = 0; attempt < connectAttempts; ++attempt) {
-    if (::connect(socket, generic(address), sizeof address) == 0) {
-      ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &answerTimeout, sizeof answerTimeout);
-      char byte = 0;
-      if (::recv(socket, &byte, 1, 0) == 1)
-        answer = byte;
-      break;
-    }
-    ::usleep(attemptSpacing);
+  if (::connect(socket, generic(address), sizeof address) == 0) {
+    ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &answerTimeout, sizeof answerTimeout);
+    char byte = hasNone;
+    // Nothing within that time, from one that hangs, is an answer too; a closed socket is none.
+    const ssize_t size = ::recv(socket, &byte, 1, 0);
+    if (size == 1 || (size < 0 && errno == EAGAIN))
+      answer = byte;
   }
   ::close(socket);
   return answer;
@@ -133,22 +132,27 @@ SingleInstance::SingleInstance(const std::string& directory,
 }
 
 SingleInstance::~SingleInstance() {
-  listener_.reset();
+  stopListening();
   if (lock_ >= 0)
     ::close(lock_);
 }
 
+void SingleInstance::stopListening() {
+  listener_.reset();
+}
+
 SingleInstance::Role SingleInstance::claim(const std::string& directory) {
-  std::error_code failure;
-  std::filesystem::create_directories(directory, failure);
+  makePrivateDirectory(directory);
   lock_ = ::open((directory + "/instance.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (lock_ < 0 || ::flock(lock_, LOCK_EX | LOCK_NB) == 0)
-    return Role::first;
-  if (errno != EWOULDBLOCK)
-    return Role::first;
   const auto address = addressOf(directory + "/instance.sock");
-  const auto answer = address ? askToComeForward(*address) : std::nullopt;
-  return answer == hasWindow ? Role::handedOver : Role::behindOther;
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    if (lock_ < 0 || ::flock(lock_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK)
+      return Role::first;
+    if (const auto answer = address ? askToComeForward(*address) : std::nullopt)
+      return answer == hasWindow ? Role::handedOver : Role::behindOther;
+    ::usleep(attemptSpacing);
+  }
+  return Role::behindOther;
 }
 
 }  // namespace tessivane

@@ -30,6 +30,10 @@ class SingleInstance final {
   SingleInstance& operator=(const SingleInstance&) = delete;
   ~SingleInstance();
 
+  /// The process is about to end: one that is started from now on waits for that, a second at the
+  /// most, and is the first then.
+  void stopListening();
+
   Role role() const { return role_; }
 
  private:
