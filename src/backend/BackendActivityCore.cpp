@@ -204,20 +204,24 @@ void BackendActivityCore::keep(const Events& events) {
 // Brings what is followed in line with the sessions. Watching and polling begin before the scan, so
 // that nothing is written between the two unseen.
 void BackendActivityCore::reconcile(Extent extent) {
+  auto changed = transcripts_.update(sessions_.list);
+  // Where a repository's file system sends no events, those who work in it are what tells; and one
+  // may have been made since they began.
+  std::set<std::string> gitDirs;
+  for (const AgentSession& session : sessions_.list) {
+    if (session.transcriptPath && changed.contains(*session.transcriptPath))
+      gitDirs.merge(repositories_.dirsOf({workingDirectory(session)}));
+  }
   auto signature = signatureOf(sessions_.list);
-  if (signature != sessionSignature_ || extent == Extent::everything) {
+  if (signature != sessionSignature_ || extent == Extent::everything ||
+      !std::ranges::includes(repositories_.dirs(), gitDirs)) {
     sessionSignature_ = std::move(signature);
     // Perhaps it is known now where they belong.
     due_.t3 = due_.t3 || (t3Scan_ && t3Scan_->hasWaiting());
     if (repositories_.update(sessions_.list))
-      due_.gitDirs.insert(repositories_.dirs().begin(), repositories_.dirs().end());
+      gitDirs.insert(repositories_.dirs().begin(), repositories_.dirs().end());
   }
-  auto changed = transcripts_.update(sessions_.list);
-  // Where a repository's file system sends no events, those who work in it are what tells.
-  for (const AgentSession& session : sessions_.list) {
-    if (session.transcriptPath && changed.contains(*session.transcriptPath))
-      due_.gitDirs.merge(repositories_.dirsOf({workingDirectory(session)}));
-  }
+  due_.gitDirs.merge(gitDirs);
   due_.transcripts.merge(std::move(changed));
   follower_->follow(transcripts_.paths(), repositories_.dirs());
   if (extent == Extent::everything)

@@ -219,6 +219,14 @@ TEST_F(BackendActivityStoreTest, FollowsWhereSessionsWork) {
   refresh();
   EXPECT_EQ(files_.watches.size(), made);
   EXPECT_EQ(stored().events.size(), 2U);
+  // "git init" where a session has begun.
+  addSession("c", "work/loft");
+  refresh();
+  EXPECT_EQ(watched(), expected);
+  const GitRepository third(home_, "work/loft");
+  sessions_.back().activity += 1s;
+  refresh();
+  EXPECT_THAT(watched(), testing::Contains(third.gitDir() + "/logs"));
   quit();
   EXPECT_THAT(watched(), IsEmpty());
 }
