@@ -137,21 +137,15 @@ void BackendActivityCore::updateGitHub() {
     gitHub_->update();
 }
 
-// Sees to it that the store is the file at its path. One that was deleted or replaced while it was
-// open is given up for the one that is there or is made then; whatever files, sessions and GitHub
-// tell is found anew for it.
+// Sees to it that the store is the file at its path. One that cannot be used any more is given up
+// for the one that is there or is made then; whatever files, sessions and GitHub tell is found anew
+// for it.
 bool BackendActivityCore::openStore() {
-  const bool isOther = store_ != nullptr && !store_->db().isInPlace();
-  if (store_ != nullptr && !isOther)
-    return true;
-  if (isOther) {
-    // What a poll brings that was begun from the cursor in the lost file is not all.
-    due_.polled.reset();
-    if (gitHub_)
-      gitHub_->restart();
+  if (store_ != nullptr) {
+    if (store_->isUsable())
+      return true;
+    giveUpStore();
   }
-  gitScan_.reset();
-  t3Scan_.reset();
   store_ = BackendEventStore::open(config_.dbPath);
   if (store_ == nullptr)
     return false;
@@ -167,6 +161,20 @@ bool BackendActivityCore::openStore() {
   if (running_)
     addAllDue();
   return true;
+}
+
+void BackendActivityCore::giveUpStore() {
+  // What a poll brings that was begun from the cursor in the lost file is not all.
+  due_.polled.reset();
+  if (gitHub_)
+    gitHub_->restart();
+  const bool isDamaged = store_->db().isInPlace() && store_->db().isDamaged();
+  gitScan_.reset();
+  t3Scan_.reset();
+  store_.reset();
+  if (isDamaged && BackendDatabase::setAside(config_.dbPath))
+    config_.report("What was stored of past events is damaged. It is kept as " + config_.dbPath +
+                   ".damaged, and a new record has begun.");
 }
 
 void BackendActivityCore::sessionsDidRefresh(const Sessions& sessions, const Events& transitions) {

@@ -70,6 +70,7 @@ class BackendActivityCore final : public std::enable_shared_from_this<BackendAct
   enum class Extent { changes, everything };
 
   bool openStore();
+  void giveUpStore();
   void begin();
   void deliverHistory(Date now);
   void makeFollower();

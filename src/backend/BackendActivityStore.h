@@ -5,7 +5,8 @@
 // second. The operations are safe on every thread; they return at once, and the work is done by
 // `BackendActivityCore` on the activity queue. One for the process, owned by the wiring.
 //
-// Nothing is reported. Without a database nothing is stored or told, and it is tried again.
+// Without a database nothing is stored or told, and it is tried again, in silence. One that is
+// damaged is set aside for a new one, which is reported.
 
 #include <functional>
 #include <memory>

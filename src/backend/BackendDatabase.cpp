@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include <sqlite3.h>
@@ -75,7 +76,7 @@ bool BackendDatabase::exec(const std::string& sql) {
   char* message = nullptr;
   const int result = sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &message);
   if (result != SQLITE_OK)
-    fail(message == nullptr ? sqlite3_errmsg(db_) : message);
+    fail(result, message == nullptr ? sqlite3_errmsg(db_) : message);
   sqlite3_free(message);
   if (result == SQLITE_OK || isBusy(result))
     noteLock(isBusy(result));
@@ -117,6 +118,22 @@ bool BackendDatabase::isInPlace() const {
   return result != SQLITE_OK || moved == 0;
 }
 
+bool BackendDatabase::isEmptied() const {
+  std::error_code failure;
+  return std::filesystem::file_size(path_, failure) == 0 && !failure;
+}
+
+bool BackendDatabase::setAside(const std::string& path) {
+  const std::string aside = path + ".damaged";
+  std::error_code failure;
+  std::filesystem::rename(path, aside, failure);
+  // Beside a new file the old log would be taken for that one's.
+  std::error_code ignored;
+  std::filesystem::rename(path + "-wal", aside + "-wal", ignored);
+  std::filesystem::remove(path + "-shm", ignored);
+  return !failure;
+}
+
 void BackendDatabase::reopenIfReadOnly() {
   sqlite3* db = sqlite3_db_readonly(db_, "main") == 1 ? opened(path_) : nullptr;
   if (db == nullptr)
@@ -134,7 +151,7 @@ sqlite3_stmt* BackendDatabase::prepare(std::string_view sql, Arguments arguments
     sqlite3_stmt* made = nullptr;
     const int result = sqlite3_prepare_v2(db_, text.c_str(), -1, &made, nullptr);
     if (result != SQLITE_OK || made == nullptr) {
-      fail(sqlite3_errmsg(db_));
+      fail(result, sqlite3_errmsg(db_));
       if (isBusy(result))
         noteLock(true);
       return nullptr;
@@ -154,16 +171,19 @@ sqlite3_stmt* BackendDatabase::prepare(std::string_view sql, Arguments arguments
 
 // Ends a use of the statement: what is left open would keep its locks and its borrowed texts.
 void BackendDatabase::conclude(sqlite3_stmt* statement, bool succeeded) {
-  const bool busy = !succeeded && isBusy(sqlite3_errcode(db_));
+  const int result = succeeded ? SQLITE_OK : sqlite3_errcode(db_);
+  const bool busy = isBusy(result);
   if (!succeeded)
-    fail(sqlite3_errmsg(db_));
+    fail(result, sqlite3_errmsg(db_));
   if (busy || (succeeded && sqlite3_stmt_readonly(statement) == 0))
     noteLock(busy);
   sqlite3_reset(statement);
   sqlite3_clear_bindings(statement);
 }
 
-void BackendDatabase::fail(std::string message) {
+void BackendDatabase::fail(int result, std::string message) {
+  const int kind = result & 0xff;
+  isDamaged_ = isDamaged_ || kind == SQLITE_CORRUPT || kind == SQLITE_NOTADB;
   lastError_ = std::move(message);
   ++failures_;
 }

@@ -71,6 +71,17 @@ class BackendDatabase final {
   /// stat.
   bool isInPlace() const;
 
+  /// True when the file at the path has no content, as that of a new database has until its first
+  /// statement and none after that. Costs one stat.
+  bool isEmptied() const;
+
+  /// True once a statement has met something that is no database, or a damaged one.
+  bool isDamaged() const { return isDamaged_; }
+
+  /// Gives the file at `path`, which nobody has open, the name "{path}.damaged", and its log one to
+  /// match; what had these names is replaced. False when that fails.
+  static bool setAside(const std::string& path);
+
   /// Opens the file anew if it could not be written when it was opened, as SQLite would not try
   /// again. Not within a transaction.
   void reopenIfReadOnly();
@@ -91,7 +102,7 @@ class BackendDatabase final {
 
   sqlite3_stmt* prepare(std::string_view sql, Arguments arguments);
   void conclude(sqlite3_stmt* statement, bool succeeded);
-  void fail(std::string message);
+  void fail(int result, std::string message);
   void noteLock(bool wasLocked);
 
   std::string path_;
@@ -99,6 +110,7 @@ class BackendDatabase final {
   std::unordered_map<std::string, Statement, TextHash, std::equal_to<>> statements_;
   std::optional<std::string> lastError_;
   std::uint64_t failures_ = 0;
+  bool isDamaged_ = false;
   int vainWaits_ = 0;  // for a lock, in a row
 };
 

@@ -103,6 +103,10 @@ void BackendEventStore::makeReady() {
   schemaIsComplete_ = schemaIsComplete_ || db_->exec(schema);
 }
 
+bool BackendEventStore::isUsable() const {
+  return db_->isInPlace() && !db_->isDamaged() && !(schemaIsComplete_ && db_->isEmptied());
+}
+
 bool BackendEventStore::insert(const ActivityEvent& event) {
   const std::string ref = BackendEventRow::refColumn(event);
   return db_->run(insertEvent,

@@ -83,6 +83,10 @@ class BackendEventStore final {
   /// scan.
   void makeReady();
 
+  /// False when its file was deleted, moved away, replaced or emptied, or is damaged: another store
+  /// is needed then. Costs two stats.
+  bool isUsable() const;
+
   BackendDatabase& db() { return *db_; }
 
   /// True when the event is new. One with the kind, root and ref of a stored one is dropped.

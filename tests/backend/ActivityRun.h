@@ -86,6 +86,7 @@ class ActivityRun : public testing::Test {
                   files_.problem = std::move(problem);
                   return files_.events();
                 },
+            .report = [this](const std::string& sentence) { reports_.push_back(sentence); },
             .defaults = &defaults_,
             .github = gitHub_,
             .clock =
@@ -202,6 +203,7 @@ class ActivityRun : public testing::Test {
   bool watch_ = true;
   std::optional<GitHubPRSource::Environment> gitHub_;
   std::vector<AgentSession> sessions_;
+  std::vector<std::string> reports_;
   std::vector<Batch> batches_;
   int sourceChanges_ = 0;
   int stopAfter_ = 0;  // so many times that the store asks for the time

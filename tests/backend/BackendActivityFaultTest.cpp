@@ -6,6 +6,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 
 #include <gmock/gmock.h>
@@ -13,6 +14,7 @@
 #include "ActivityRun.h"
 #include "helpers/DatabaseOwner.h"
 #include "helpers/GitRepository.h"
+#include "support/Files.h"
 
 namespace tessivane {
 namespace {
@@ -172,11 +174,17 @@ TEST_P(BackendActivityFullDiskTest, MakesGoodWhatItPrevented) {
 
 INSTANTIATE_TEST_SUITE_P(Spare, BackendActivityFullDiskTest, testing::Values(0, 3000, 9000));
 
+/// Whether the open file is emptied, or removed with its directory.
+class BackendActivityLossTest : public BackendActivityFaultTest,
+                                public testing::WithParamInterface<bool> {};
+
 // The events of this run alone are carried over; what files tell is found anew.
-TEST_F(BackendActivityFaultTest, GoesOnInANewFileWhenItsOwnIsGone) {
+TEST_P(BackendActivityLossTest, GoesOnInANewFile) {
   begin();
-  for (const auto& file : fs::directory_iterator(home_.path("data")))
-    fs::remove(file);
+  if (GetParam())
+    fs::resize_file(dbPath_, 0);
+  else
+    fs::remove_all(home_.path("data"));
   work();
   refresh();
   refresh();
@@ -184,6 +192,8 @@ TEST_F(BackendActivityFaultTest, GoesOnInANewFileWhenItsOwnIsGone) {
   workOn();
   expectAllOnce();
 }
+
+INSTANTIATE_TEST_SUITE_P(Kinds, BackendActivityLossTest, testing::Bool());
 
 TEST_F(BackendActivityFaultTest, WaitsUntilItsFileCanBeMadeAgain) {
   begin();
@@ -199,6 +209,19 @@ TEST_F(BackendActivityFaultTest, WaitsUntilItsFileCanBeMadeAgain) {
   queue_.advance(61s);
   workOn();
   expectAllOnce();
+}
+
+TEST_F(BackendActivityFaultTest, SetsADamagedFileAside) {
+  const std::string damaged(40'000, 'x');
+  std::ofstream(home_.makeDirectory("data") + "/activity.sqlite") << damaged;
+  addSession("a").startedAt = clock_.now();
+  openPullRequest("a", 1);
+  start();
+  refresh();
+  queue_.advance(10s);
+  EXPECT_EQ(stored().events.size(), 2U);
+  EXPECT_EQ(readWholeFile(dbPath_ + ".damaged", 1 << 20), damaged);
+  EXPECT_EQ(reports_.size(), 1U);
 }
 
 TEST_F(BackendActivityFaultTest, BeginsWhenItsFileCanBeOpened) {
