@@ -186,7 +186,7 @@ Home::Home(const ProgramHome& place, const Size& size)
 std::string Home::git(const std::string& directory, std::vector<std::string> arguments) const {
   std::vector<std::string> command = {"git", "-C", directory, "-c", "gc.auto=0"};
   std::ranges::move(arguments, std::back_inserter(command));
-  return commandOutput(std::move(command),
+  return commandOutput(command,
                        {"HOME=" + place_.directory,
                         "PATH=/usr/bin:/bin",
                         "GIT_CONFIG_NOSYSTEM=1",
@@ -455,12 +455,15 @@ bool measure(const std::string& program, const Size& size) {
   if (::mkdtemp(directory.data()) == nullptr)
     throw std::runtime_error("cannot make " + directory);
   struct Remover {
-    std::string directory;
+    explicit Remover(std::string where) : directory(std::move(where)) {}
+    Remover(const Remover&) = delete;
+    Remover& operator=(const Remover&) = delete;
     ~Remover() {
       std::error_code ignored;
       fs::remove_all(directory, ignored);
     }
-  } const remover{directory};
+    const std::string directory;
+  } const remover(directory);
   return Measurement(program, ProgramHome(fs::canonical(directory)), size).run();
 }
 

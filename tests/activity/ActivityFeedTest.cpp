@@ -382,6 +382,7 @@ TEST(ActivityFeed, doesNotCareHowABatchIsCutAndTakesItTwiceForOne) {
       batch.erase(std::unique(batch.begin(), batch.end(), sameID), batch.end());
     }
     std::vector<EditBucket> edits;
+    edits.reserve(batch.size());
     for (const ActivityEvent& event : batch)
       edits.push_back(editsOf(event.date, {event.title}));
     whole.append(batch, edits);

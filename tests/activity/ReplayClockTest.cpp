@@ -166,6 +166,7 @@ TEST(ReplayOfFeed, showsEachEventOnceAndInOrder) {
     ReplayRun run;
     run.feed->setRange(ActivityRange::m15);
     std::vector<ActivityEvent> events;
+    events.reserve(200);
     for (int i = 0; i < 200; ++i)
       events.push_back(commitOf(std::to_string(i), run.ago(1s + random.below(14400) * 1s)));
     run.append(events);

@@ -105,8 +105,8 @@ TEST_F(AppDelegateTest, aDumpEndsTheLaunch) {
 TEST_F(AppDelegateTest, theEnvironmentMayOpenTheActivityWindow) {
   using Text = std::optional<std::string>;
   struct Row {
-    const char* open;
-    const char* range;
+    const char* open = nullptr;
+    const char* range = nullptr;
     Text view;
     Text shownRange;
   };

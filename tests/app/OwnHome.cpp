@@ -15,10 +15,12 @@ class OwnHome final : public testing::Environment {
  public:
   void SetUp() override {
     home_ = std::make_unique<TempHome>();
+    // NOLINTBEGIN(concurrency-mt-unsafe): no other thread runs yet
     ::setenv("HOME", home_->path().c_str(), 1);
     for (const char* variable :
          {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "TESSIVANE_SYNTHETIC_ACTIVITY"})
       ::unsetenv(variable);
+    // NOLINTEND(concurrency-mt-unsafe)
   }
   void TearDown() override { home_.reset(); }
 

@@ -15,7 +15,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class BackendActivityT3Test : public ActivityRun {
  protected:

@@ -122,10 +122,10 @@ TEST(ClaudeStatus, followsTheTailTheModeAndTheAge) {
   const TranscriptTail done{.lastIsAssistant = true};
   const TranscriptTail tool{.lastIsAssistant = true, .pendingTool = "Bash"};
   struct Row {
-    bool awaiting;
+    bool awaiting = false;
     TranscriptTail tail;
     std::optional<std::string> mode;
-    double age;
+    double age = 0;
     StatusAndDetail expected;
   };
   using enum SessionStatus;

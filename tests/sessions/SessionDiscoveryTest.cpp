@@ -12,7 +12,7 @@ namespace {
 using namespace std::chrono_literals;
 
 AgentSession native(Agent agent,
-                    std::string id,
+                    const std::string& id,
                     Seconds activity = 0s,
                     std::set<std::string> sources = {}) {
   return {.agent = agent,

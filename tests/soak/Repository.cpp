@@ -53,7 +53,7 @@ std::string Repository::git(const std::string& directory,
                                           "GIT_COMMITTER_EMAIL=ann@example.org"};
   if (date)
     environment.push_back("GIT_COMMITTER_DATE=" + isoText(*date));
-  std::string text = commandOutput(std::move(command), std::move(environment));
+  std::string text = commandOutput(command, environment);
   while (!text.empty() && text.back() == '\n')
     text.pop_back();
   return text;
