@@ -1,5 +1,6 @@
 #include "github/GitHubAPI.h"
 
+#include <deque>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -116,7 +117,7 @@ struct Outcome {
   std::string log = {};
 };
 
-Outcome graphQL(std::vector<HTTPResponse> responses) {
+Outcome graphQL(std::deque<HTTPResponse> responses) {
   CannedTransport transport(std::move(responses));
   testing::internal::CaptureStderr();
   const auto result = GitHubAPI::graphQL("abc", "query { a }", nullptr, transport, now);
@@ -203,8 +204,6 @@ TEST(GitHubAPITest, AsksWhoIsSignedIn) {
   const Case cases[] = {
       {R"({"data": {"viewer": {"login": "octo"}}})", "octo"},
       {R"({"data": {"viewer": {"login": ""}}})", malformed},
-      {R"({"data": {"viewer": {"login": null}}})", malformed},
-      {R"({"data": {"viewer": null}})", malformed},
       {R"({"data": {"viewer": "octo"}})", malformed},
       {R"({"data": {}})", malformed},
       {R"({"errors": [{}]})", GitHubError{.kind = Kind::graphQL}},
@@ -212,8 +211,8 @@ TEST(GitHubAPITest, AsksWhoIsSignedIn) {
   for (const Case& item : cases) {
     CannedTransport transport({{.status = 200, .body = item.body}});
     EXPECT_EQ(GitHubAPI::viewerLogin("abc", transport, now), item.login) << item.body;
-    ASSERT_THAT(transport.requests(), SizeIs(1));
-    EXPECT_THAT(transport.requests()[0].body.value_or(""), HasSubstr("query { viewer { login } }"));
+    ASSERT_THAT(transport.requests, SizeIs(1));
+    EXPECT_THAT(transport.requests[0].body.value_or(""), HasSubstr("query { viewer { login } }"));
   }
 }
 

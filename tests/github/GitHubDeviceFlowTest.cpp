@@ -118,7 +118,7 @@ TEST_F(GitHubDeviceFlowPollTest, GoesOnUntilThereIsAToken) {
                              answer(R"({"access_token":"gho_1"})")});
   EXPECT_EQ(poll(transport), (Result{.kind = Kind::token, .token = "gho_1"}));
   EXPECT_EQ(sleeps_, (std::vector<double>{5, 5, 10, 15, 20, 25, 2}));
-  for (const HTTPRequest& request : transport.requests()) {
+  for (const HTTPRequest& request : transport.requests) {
     EXPECT_EQ(request.url, "https://github.com/login/oauth/access_token");
     EXPECT_EQ(request.body,
               "client_id=id&device_code=d%2F1&"
@@ -135,19 +135,19 @@ TEST_F(GitHubDeviceFlowPollTest, EndsByAnyOtherStatus) {
 
 TEST_F(GitHubDeviceFlowPollTest, EndsWhenTheCodeHasExpired) {
   // Nobody answers. The last request that counts comes before the end, not at it.
-  CannedTransport transport({});
+  CannedTransport transport;
   EXPECT_EQ(poll(transport, sampleCode(Seconds(20))), (Result{.kind = Kind::expired}));
   EXPECT_EQ(sleeps_, (std::vector<double>{5, 5, 5, 5}));
-  EXPECT_EQ(transport.requests().size(), 3U);
+  EXPECT_EQ(transport.requests.size(), 3U);
   EXPECT_EQ(poll(transport, sampleCode(Seconds(-1))), (Result{.kind = Kind::expired}));
-  EXPECT_EQ(transport.requests().size(), 3U);
+  EXPECT_EQ(transport.requests.size(), 3U);
 }
 
 TEST_F(GitHubDeviceFlowPollTest, EndsOnRequest) {
-  CannedTransport transport({});
+  CannedTransport transport;
   stopAt_ = 2;
   EXPECT_EQ(poll(transport), (Result{.kind = Kind::cancelled}));
-  EXPECT_EQ(transport.requests().size(), 1U);
+  EXPECT_EQ(transport.requests.size(), 1U);
 }
 
 }  // namespace

@@ -55,7 +55,8 @@ TEST(GitHubURLSessionTransportTest, NoAnswerTakesUpMuchMemory) {
     while (body.size() + unit.size() + tail.size() <= longestJSON)
       body += unit;
     body += tail;
-    const LoopbackServer server([&](const HTTPRequest&) { return LoopbackServer::Answer{.body = body}; });
+    const LoopbackServer server(
+        [&](const HTTPRequest&) { return LoopbackServer::Answer{.body = body}; });
     RedirectedTransport transport(server.origin());
     peakMemory();
     const auto before = peakMemory();
