@@ -25,7 +25,6 @@ namespace {
 
 using nlohmann::json;
 using testing::HasSubstr;
-using testing::SizeIs;
 using Kind = GitHubError::Kind;
 
 constexpr Date now = ManualClock::defaultStart;
@@ -196,23 +195,19 @@ TEST(GitHubAPITest, LooksAtTheBodyOfASuccessOnly) {
 }
 
 TEST(GitHubAPITest, AsksWhoIsSignedIn) {
-  struct Case {
-    const char* body;
-    GitHubResult<std::string> login;
-  };
   const GitHubError malformed{.kind = Kind::malformed};
-  const Case cases[] = {
+  const std::pair<const char*, GitHubResult<std::string>> cases[] = {
       {R"({"data": {"viewer": {"login": "octo"}}})", "octo"},
       {R"({"data": {"viewer": {"login": ""}}})", malformed},
       {R"({"data": {"viewer": "octo"}})", malformed},
       {R"({"data": {}})", malformed},
       {R"({"errors": [{}]})", GitHubError{.kind = Kind::graphQL}},
   };
-  for (const Case& item : cases) {
-    CannedTransport transport({{.status = 200, .body = item.body}});
-    EXPECT_EQ(GitHubAPI::viewerLogin("abc", transport, now), item.login) << item.body;
-    ASSERT_THAT(transport.requests, SizeIs(1));
-    EXPECT_THAT(transport.requests[0].body.value_or(""), HasSubstr("query { viewer { login } }"));
+  for (const auto& [body, login] : cases) {
+    CannedTransport transport({{.status = 200, .body = body}});
+    EXPECT_EQ(GitHubAPI::viewerLogin("abc", transport, now), login) << body;
+    EXPECT_THAT(transport.requests.at(0).body.value_or(""),
+                HasSubstr("query { viewer { login } }"));
   }
 }
 

@@ -166,28 +166,36 @@ TEST_F(GitHubAccountModelTest, SignsInAndOut) {
   EXPECT_EQ(status(), signedOut);
 }
 
-TEST_F(GitHubAccountModelTest, TellsWhyASignInFailed) {
+TEST_F(GitHubAccountModelTest, TellsWhyASignInFailedAndNoMore) {
+  // GitHub says the secret things wherever it can.
+  const std::string secrets = code.body + token.body;
   struct Case {
     std::deque<HTTPResponse> answers;
     std::string sentence;
   };
   const Case cases[] = {
       {{}, "Couldn't reach GitHub. Try again."},
-      {{{.status = 404}}, "GitHub didn't accept the client ID (404)."},
+      {{{.status = 404, .body = secrets}}, "GitHub didn't accept the client ID (404)."},
       {{{.status = 429}}, "GitHub didn't accept the client ID (403)."},
-      {{answer("<html>")}, "GitHub didn't accept the client ID (malformed)."},
+      {{answer(secrets)}, "GitHub didn't accept the client ID (malformed)."},
       {{code, refusal("access_denied")}, "Sign-in was declined on GitHub."},
       {{code, refusal("expired_token")}, "The code expired. Try again."},
       {{code}, "The code expired. Try again."},
-      {{code, {.status = 401}}, "GitHub sign-in failed (401)."},
+      {{code, {.status = 401, .body = secrets}}, "GitHub sign-in failed (401)."},
+      {{code, answer(secrets)}, "GitHub sign-in failed (malformed)."},
       {{code, refusal(R"( two\nlines )")}, "GitHub sign-in failed (two lines)."},
-      {{code, token, {.status = 500}}, "Signed in, but couldn't read the account. Try again."},
+      {{code, token, {.status = 500, .body = secrets}},
+       "Signed in, but couldn't read the account. Try again."},
   };
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
   for (const Case& test : cases) {
     signInWith(test.answers);
     EXPECT_EQ(signIn(), failed(test.sentence));
     EXPECT_EQ(store_->signIn, std::nullopt);
   }
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   store_->isWritable = false;
   signInWith({code, token, viewer("ann")});
   EXPECT_EQ(signIn(), failed("Couldn't save the sign-in to the Keychain."));

@@ -45,18 +45,6 @@ class GitHubAuthTest : public testing::Test {
   std::shared_ptr<void> observer_ = auth_.observe([this] { ++changes_; });
 };
 
-TEST_F(GitHubAuthTest, TheOwnSignInWins) {
-  store_->signIn = ann;
-  ghToken_ = "t2";
-  EXPECT_EQ(auth_.credential(), own("t1", "ann"));
-  EXPECT_EQ(ghRuns_, 0);
-
-  auth_.signOut();
-  EXPECT_EQ(store_->signIn, std::nullopt);
-  EXPECT_EQ(auth_.credential(), command("t2"));
-  EXPECT_EQ(changes_, 1);
-}
-
 TEST_F(GitHubAuthTest, AnAnswerOfGHHoldsForFiveMinutes) {
   struct Step {
     Seconds pause;
@@ -102,6 +90,7 @@ TEST_F(GitHubAuthTest, AKeyringThatWasLockedIsAskedAgain) {
   clock_.advance(std::chrono::hours(24));
   EXPECT_EQ(auth_.credential(), own("t1", "ann"));
   EXPECT_EQ(store_->loads, 2);
+  EXPECT_EQ(ghRuns_, 1);
 }
 
 TEST_F(GitHubAuthTest, ARefusedTokenHasGHReadAfresh) {
@@ -129,8 +118,8 @@ TEST_F(GitHubAuthTest, ARefusedTokenHasGHReadAfresh) {
 TEST_F(GitHubAuthTest, LoginsAreRememberedByToken) {
   ghToken_ = "t1";
   auth_.remember("ann", "t1");
-  EXPECT_EQ(auth_.credential(), command("t1", "ann"));
   auth_.remember("ann", "t1");
+  EXPECT_EQ(auth_.credential(), command("t1", "ann"));
   EXPECT_EQ(changes_, 1);
   auth_.remember("anna", "t1");
   EXPECT_EQ(changes_, 2);
@@ -230,8 +219,6 @@ TEST(GitHubAuthClientID, IsATextThatIsNotBlank) {
   MemoryUserDefaults defaults(queue);
   EXPECT_EQ(GitHubAuth::clientID(defaults), std::nullopt);
   defaults.set("github.clientID", " \n");
-  EXPECT_EQ(GitHubAuth::clientID(defaults), std::nullopt);
-  defaults.set("github.clientID", 7.0);
   EXPECT_EQ(GitHubAuth::clientID(defaults), std::nullopt);
   defaults.set("github.clientID", " Iv1.0123\n");
   EXPECT_EQ(GitHubAuth::clientID(defaults), "Iv1.0123");

@@ -40,7 +40,6 @@ TEST(GitHubURLSessionTransportTest, NoAnswerTakesUpMuchMemory) {
       R"("repository":{"nameWithOwner":"o/r"},"url":")" +
       std::string(longestJSON / 100, 'x') + "\"},";
   const std::array<std::string, 3> parts[] = {
-      {R"({"data":{"a":")", "text", "\"}}"},
       {R"({"data":{"a":")", "\\n", "\"}}"},
       {R"({"data":{"a":[)", '"' + std::string(longestJSON / 19'900, 'x') + "\",", "0]}}"},
       {R"({"data":{"a":[)", R"({"a":{}},)", "0]}}"},
