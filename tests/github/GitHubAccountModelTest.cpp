@@ -104,8 +104,7 @@ TEST_F(GitHubAccountModelTest, TellsWhoIsSignedIn) {
   store_->signIn.reset();
   ghToken_ = "t2";
   transport_->answers = {viewer("bob")};
-  auth_->reread();
-  refresh();
+  refresh(true);
   EXPECT_EQ(status(), signedIn("bob", Source::ghCLI));
   refresh();
   EXPECT_EQ(transport_->requests.size(), 1U);
