@@ -106,8 +106,9 @@ TEST(HTTPClientTest, TellsTheFinalResponseFromWhatComesBeforeIt) {
 
 TEST(HTTPClientTest, FollowsNoRedirect) {
   const LoopbackServer other;
-  const Answer redirect{.status = 302, .headers = {{"Location", other.url("/taken")}}};
-  const LoopbackServer server([&](const HTTPRequest&) { return redirect; });
+  const LoopbackServer server([&](const HTTPRequest&) {
+    return Answer{.status = 302, .headers = {{"Location", other.url("/taken")}}};
+  });
   const auto response = get(server.url());
   ASSERT_TRUE(response);
   EXPECT_EQ(response->status, 302);
