@@ -2,7 +2,8 @@
 
 // Answers requests in order from a list, and then none any more. For one thread.
 
-#include <cstddef>
+#include <deque>
+#include <functional>
 #include <optional>
 #include <stop_token>
 #include <utility>
@@ -14,21 +15,23 @@ namespace tessivane {
 
 class CannedTransport final : public GitHubTransport {
  public:
-  explicit CannedTransport(std::vector<HTTPResponse> responses)
-      : responses_(std::move(responses)) {}
+  explicit CannedTransport(std::deque<HTTPResponse> canned = {}) : answers(std::move(canned)) {}
 
   std::optional<HTTPResponse> send(const HTTPRequest& request, const std::stop_token&) override {
-    requests_.push_back(request);
-    if (requests_.size() > responses_.size())
-      return std::nullopt;
-    return responses_[requests_.size() - 1];
+    requests.push_back(request);
+    std::optional<HTTPResponse> answer;
+    if (!answers.empty()) {
+      answer = std::move(answers.front());
+      answers.pop_front();
+    }
+    duringRequest();
+    return answer;
   }
 
-  const std::vector<HTTPRequest>& requests() const { return requests_; }
-
- private:
-  const std::vector<HTTPResponse> responses_;
-  std::vector<HTTPRequest> requests_;
+  std::deque<HTTPResponse> answers;
+  std::vector<HTTPRequest> requests;
+  /// What happens while an answer is awaited.
+  std::function<void()> duringRequest = [] {};
 };
 
 }  // namespace tessivane

@@ -17,6 +17,8 @@ namespace {
 using Source = GitHubCredentialSource;
 using Credential = std::optional<GitHubCredential>;
 
+const GitHubSignIn ann{.login = "ann", .token = "t1"};
+
 class GitHubAuthTest : public testing::Test {
  protected:
   static Credential own(const std::string& token, const std::string& login) {
@@ -43,23 +45,6 @@ class GitHubAuthTest : public testing::Test {
   std::shared_ptr<void> observer_ = auth_.observe([this] { ++changes_; });
 };
 
-TEST_F(GitHubAuthTest, TheOwnSignInIsReadOnceAndWins) {
-  store_->signIn = GitHubSignIn{.login = "ann", .token = "t1"};
-  ghToken_ = "t2";
-  EXPECT_EQ(auth_.credential(), own("t1", "ann"));
-  clock_.advance(std::chrono::hours(24));
-  EXPECT_EQ(auth_.credential(), own("t1", "ann"));
-  EXPECT_EQ(store_->loads, 1);
-  EXPECT_EQ(ghRuns_, 0);
-
-  auth_.signOut();
-  EXPECT_EQ(store_->signIn, std::nullopt);
-  EXPECT_EQ(auth_.credential(), command("t2"));
-  EXPECT_EQ(auth_.credential(), command("t2"));
-  EXPECT_EQ(store_->loads, 2);
-  EXPECT_EQ(changes_, 1);
-}
-
 TEST_F(GitHubAuthTest, AnAnswerOfGHHoldsForFiveMinutes) {
   struct Step {
     Seconds pause;
@@ -74,8 +59,6 @@ TEST_F(GitHubAuthTest, AnAnswerOfGHHoldsForFiveMinutes) {
       {Seconds(0.1), "t1", 2, command("t1")},
       {Seconds(299.9), "t2", 2, command("t1")},
       {Seconds(0.1), "t2", 3, command("t2")},
-      {Seconds(300), std::nullopt, 4, std::nullopt},
-      {Seconds(300), "t3", 5, command("t3")},
   };
   for (const Step& step : steps) {
     clock_.advance(step.pause);
@@ -86,14 +69,14 @@ TEST_F(GitHubAuthTest, AnAnswerOfGHHoldsForFiveMinutes) {
   // What was read before the clock was set back is of no known age.
   clock_.set(clock_.now() - std::chrono::hours(1));
   auth_.credential();
-  EXPECT_EQ(ghRuns_, 6);
+  EXPECT_EQ(ghRuns_, 4);
   EXPECT_EQ(changes_, 0);
 }
 
 TEST_F(GitHubAuthTest, AKeyringThatWasLockedIsAskedAgain) {
   ghToken_ = "t2";
   EXPECT_EQ(auth_.credential(), command("t2"));
-  store_->signIn = GitHubSignIn{.login = "ann", .token = "t1"};
+  store_->signIn = ann;
   clock_.advance(Seconds(299.9));
   EXPECT_EQ(auth_.credential(), command("t2"));
   EXPECT_EQ(store_->loads, 1);
@@ -107,6 +90,7 @@ TEST_F(GitHubAuthTest, AKeyringThatWasLockedIsAskedAgain) {
   clock_.advance(std::chrono::hours(24));
   EXPECT_EQ(auth_.credential(), own("t1", "ann"));
   EXPECT_EQ(store_->loads, 2);
+  EXPECT_EQ(ghRuns_, 1);
 }
 
 TEST_F(GitHubAuthTest, ARefusedTokenHasGHReadAfresh) {
@@ -134,8 +118,8 @@ TEST_F(GitHubAuthTest, ARefusedTokenHasGHReadAfresh) {
 TEST_F(GitHubAuthTest, LoginsAreRememberedByToken) {
   ghToken_ = "t1";
   auth_.remember("ann", "t1");
-  EXPECT_EQ(auth_.credential(), command("t1", "ann"));
   auth_.remember("ann", "t1");
+  EXPECT_EQ(auth_.credential(), command("t1", "ann"));
   EXPECT_EQ(changes_, 1);
   auth_.remember("anna", "t1");
   EXPECT_EQ(changes_, 2);
@@ -172,8 +156,8 @@ TEST_F(GitHubAuthTest, ALoadThatASignInOvertakesIsRepeated) {
     auth_.signOut();
   };
   EXPECT_EQ(auth_.credential(), std::nullopt);
-  EXPECT_EQ(auth_.credential(), std::nullopt);
   EXPECT_EQ(store_->loads, 4);
+  EXPECT_EQ(changes_, 2) << "a new look alone is no news";
 }
 
 TEST_F(GitHubAuthTest, WhatWasCutShortIsNotKept) {
@@ -183,19 +167,6 @@ TEST_F(GitHubAuthTest, WhatWasCutShortIsNotKept) {
   duringGH_ = [] {};
   ghToken_ = "t1";
   EXPECT_EQ(auth_.credential(), command("t1"));
-}
-
-TEST_F(GitHubAuthTest, ARereadLooksAgainAtBoth) {
-  EXPECT_EQ(auth_.credential(), std::nullopt);
-  store_->signIn = GitHubSignIn{.login = "ann", .token = "t1"};
-  EXPECT_EQ(auth_.credential(), std::nullopt);
-  auth_.reread();
-  EXPECT_EQ(auth_.credential(), own("t1", "ann"));
-  store_->signIn.reset();
-  ghToken_ = "t2";
-  auth_.reread();
-  EXPECT_EQ(auth_.credential(), command("t2"));
-  EXPECT_EQ(changes_, 0);
 }
 
 TEST_F(GitHubAuthTest, ObserversMayUseItAndGoAtAnyTime) {
@@ -248,8 +219,6 @@ TEST(GitHubAuthClientID, IsATextThatIsNotBlank) {
   MemoryUserDefaults defaults(queue);
   EXPECT_EQ(GitHubAuth::clientID(defaults), std::nullopt);
   defaults.set("github.clientID", " \n");
-  EXPECT_EQ(GitHubAuth::clientID(defaults), std::nullopt);
-  defaults.set("github.clientID", 7.0);
   EXPECT_EQ(GitHubAuth::clientID(defaults), std::nullopt);
   defaults.set("github.clientID", " Iv1.0123\n");
   EXPECT_EQ(GitHubAuth::clientID(defaults), "Iv1.0123");

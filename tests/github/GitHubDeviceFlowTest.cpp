@@ -12,12 +12,10 @@ using Flow = GitHubDeviceFlow;
 using Result = GitHubDeviceFlowResult;
 using Kind = Result::Kind;
 
-constexpr const char* page = "https://github.com/login/device";
-
 GitHubDeviceCode sampleCode(Seconds expiresIn = Seconds(900), Seconds interval = Seconds(5)) {
   return {.deviceCode = "d/1",
           .userCode = "ABCD-1234",
-          .verificationURI = page,
+          .verificationURI = "https://github.com/login/device",
           .expiresIn = expiresIn,
           .interval = interval};
 }
@@ -46,20 +44,14 @@ TEST(GitHubDeviceFlow, ReadsCodes) {
        sampleCode(Seconds(899), Seconds(6.5))},
       {"{" + texts + uri + "}", sampleCode()},
       {"{" + texts + uri + R"(,"expires_in":"899","interval":null})", sampleCode()},
-      {"{" + texts + uri + R"(,"interval":0})", sampleCode(Seconds(900), Seconds(1))},
       {"{" + texts + uri + R"(,"interval":-7})", sampleCode(Seconds(900), Seconds(1))},
       {"{" + texts + "}", std::nullopt},
       {"{" + texts + R"(,"verification_uri":"login/device"})", std::nullopt},
       {"{" + texts + R"(,"verification_uri":"https:///login"})", std::nullopt},
       {"{" + texts + R"(,"verification_uri":"https://git hub.com/"})", std::nullopt},
       {"{" + texts + R"(,"verification_uri":"file:///etc/passwd"})", std::nullopt},
-      {"{" + texts + R"(,"verification_uri":7})", std::nullopt},
       {R"({"device_code":"","user_code":"A")" + uri + "}", std::nullopt},
-      {R"({"device_code":"d")" + uri + "}", std::nullopt},
-      {R"({"device_code":7,"user_code":"A")" + uri + "}", std::nullopt},
       {"[{" + texts + uri + "}]", std::nullopt},
-      {"{" + texts + uri, std::nullopt},
-      {"<html>", std::nullopt},
       {"", std::nullopt},
   };
   for (const Case& test : cases)
@@ -67,34 +59,27 @@ TEST(GitHubDeviceFlow, ReadsCodes) {
 }
 
 TEST(GitHubDeviceFlow, ReadsAnswers) {
+  const Result good{.kind = Kind::token, .token = "gho_1"};
   const Result malformed{.kind = Kind::failed, .reason = "malformed"};
   struct Case {
     std::string body;
     Flow::Step step;
   };
   const Case cases[] = {
-      {R"({"access_token":"gho_1","token_type":"bearer"})",
-       Result{.kind = Kind::token, .token = "gho_1"}},
-      {R"({"access_token":"gho_1","error":"access_denied"})",
-       Result{.kind = Kind::token, .token = "gho_1"}},
+      {R"({"access_token":"gho_1","token_type":"bearer"})", good},
+      {R"({"access_token":"gho_1","error":"access_denied"})", good},
       {R"({"error":"authorization_pending","interval":30})", Seconds(7)},
       {R"({"access_token":"","error":"authorization_pending"})", Seconds(7)},
       {R"({"error":"slow_down","interval":30})", Seconds(30)},
       {R"({"error":"slow_down","interval":0})", Seconds(1)},
       {R"({"error":"slow_down"})", Seconds(12)},
-      {R"({"error":"slow_down","interval":"30"})", Seconds(12)},
       {R"({"error":"access_denied"})", Result{.kind = Kind::denied}},
       {R"({"error":"expired_token"})", Result{.kind = Kind::expired}},
-      {R"({"error":"incorrect_device_code"})",
-       Result{.kind = Kind::failed, .reason = "incorrect_device_code"}},
+      {R"({"error":"bad_code"})", Result{.kind = Kind::failed, .reason = "bad_code"}},
       // It would put a header of its own into every request.
       {R"({"access_token":"gho_1\r\nX: y"})", malformed},
-      {R"({"access_token":7})", malformed},
       {R"({"error":7})", malformed},
-      {"{}", malformed},
-      {"[]", malformed},
       {"access_token=gho_1", malformed},
-      {"", malformed},
   };
   for (const Case& test : cases)
     EXPECT_EQ(Flow::step(test.body, Seconds(7)), test.step) << test.body;
@@ -132,7 +117,7 @@ TEST_F(GitHubDeviceFlowPollTest, GoesOnUntilThereIsAToken) {
                              answer(R"({"access_token":"gho_1"})")});
   EXPECT_EQ(poll(transport), (Result{.kind = Kind::token, .token = "gho_1"}));
   EXPECT_EQ(sleeps_, (std::vector<double>{5, 5, 10, 15, 20, 25, 2}));
-  for (const HTTPRequest& request : transport.requests()) {
+  for (const HTTPRequest& request : transport.requests) {
     EXPECT_EQ(request.url, "https://github.com/login/oauth/access_token");
     EXPECT_EQ(request.body,
               "client_id=id&device_code=d%2F1&"
@@ -141,7 +126,7 @@ TEST_F(GitHubDeviceFlowPollTest, GoesOnUntilThereIsAToken) {
 }
 
 TEST_F(GitHubDeviceFlowPollTest, EndsByAnyOtherStatus) {
-  for (const int status : {302, 401, 404, 500}) {
+  for (const int status : {302, 401, 500}) {
     CannedTransport transport({{.status = status, .body = R"({"access_token":"gho_1"})"}});
     EXPECT_EQ(poll(transport), (Result{.kind = Kind::failed, .reason = std::to_string(status)}));
   }
@@ -149,19 +134,19 @@ TEST_F(GitHubDeviceFlowPollTest, EndsByAnyOtherStatus) {
 
 TEST_F(GitHubDeviceFlowPollTest, EndsWhenTheCodeHasExpired) {
   // Nobody answers. The last request that counts comes before the end, not at it.
-  CannedTransport transport({});
+  CannedTransport transport;
   EXPECT_EQ(poll(transport, sampleCode(Seconds(20))), (Result{.kind = Kind::expired}));
   EXPECT_EQ(sleeps_, (std::vector<double>{5, 5, 5, 5}));
-  EXPECT_EQ(transport.requests().size(), 3U);
+  EXPECT_EQ(transport.requests.size(), 3U);
   EXPECT_EQ(poll(transport, sampleCode(Seconds(-1))), (Result{.kind = Kind::expired}));
-  EXPECT_EQ(transport.requests().size(), 3U);
+  EXPECT_EQ(transport.requests.size(), 3U);
 }
 
 TEST_F(GitHubDeviceFlowPollTest, EndsOnRequest) {
-  CannedTransport transport({});
+  CannedTransport transport;
   stopAt_ = 2;
   EXPECT_EQ(poll(transport), (Result{.kind = Kind::cancelled}));
-  EXPECT_EQ(transport.requests().size(), 1U);
+  EXPECT_EQ(transport.requests.size(), 1U);
 }
 
 }  // namespace

@@ -1,11 +1,13 @@
 #include "github/GitHubSearch.h"
 
 #include <chrono>
+#include <deque>
 #include <limits>
 #include <random>
 #include <string>
 #include <vector>
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -70,22 +72,12 @@ TEST(GitHubSearchTest, ReadsAPullRequest) {
        [](GitHubPR& pr) { pr.number = std::numeric_limits<std::int64_t>::max(); }},
       {R"({"title": " \n Two\t\r\n lines\u2028and "})",
        [](GitHubPR& pr) { pr.title = "Two lines and"; }},
-      {R"({"title": "\n \t"})", [](GitHubPR& pr) { pr.title = "PR #12"; }},
       {R"({"title": null})", [](GitHubPR& pr) { pr.title = "PR #12"; }},
-      {R"({"title": ["x"]})", [](GitHubPR& pr) { pr.title = "PR #12"; }},
-      {R"({"url": null, "number": 7})",
-       [](GitHubPR& pr) {
-         pr.number = 7;
-         pr.url = "https://github.com/o/r/pull/7";
-       }},
-      {R"({"url": 7})", [](GitHubPR&) {}},
-      {R"({"mergedAt": null})", [](GitHubPR& pr) { pr.mergedAt = {}; }},
+      {R"({"url": null})", [](GitHubPR&) {}},
       {R"({"mergedAt": "soon"})", [](GitHubPR& pr) { pr.mergedAt = {}; }},
-      {R"({"mergedAt": 1790000000})", [](GitHubPR& pr) { pr.mergedAt = {}; }},
       {R"({"updatedAt": "2026-10-03T08:00:00.25+02:00"})",
        [](GitHubPR& pr) { pr.updatedAt -= 2h - 250ms; }},
       {R"({"headRefName": null})", [](GitHubPR& pr) { pr.headRefName = {}; }},
-      {R"({"headRefName": {}})", [](GitHubPR& pr) { pr.headRefName = {}; }},
       {R"({"repository": {"url": null, "sshUrl": 7}})",
        [](GitHubPR& pr) { pr.repoURL = pr.sshURL = {}; }},
   };
@@ -96,35 +88,21 @@ TEST(GitHubSearchTest, ReadsAPullRequest) {
     item.change(expected);
     EXPECT_EQ(GitHubSearch::parseNode(node), expected) << item.patch;
   }
-}
-
-TEST(GitHubSearchTest, CutsATitleBetweenCharacters) {
+  // Cut between what a person takes for characters, not between bytes.
   const std::string family = "👨‍👩‍👧";
-  std::string title;
-  for (int i = 0; i < 250; ++i)
-    title += family;
   json node = sampleNode();
-  node["title"] = title;
-  EXPECT_EQ(GitHubSearch::parseNode(node)->title, title.substr(0, 200 * family.size()));
+  node["title"] = fmt::format("{:a>199}{}{}", "", family, family);
+  EXPECT_EQ(GitHubSearch::parseNode(node)->title, std::string(199, 'a') + family);
 }
 
 TEST(GitHubSearchTest, PassesOverWhatIsNoPullRequest) {
-  for (const char* patch : {
-           R"({"number": null})",
-           R"({"number": "12"})",
-           R"({"number": 12.5})",
-           R"({"number": true})",
-           R"({"number": 9223372036854775808})",
-           R"({"createdAt": null})",
-           R"({"createdAt": 7})",
-           R"({"createdAt": "2026-10-01"})",
-           R"({"updatedAt": null})",
-           R"({"updatedAt": "yesterday"})",
-           R"({"repository": null})",
-           R"({"repository": "o/r"})",
-           R"({"repository": {"nameWithOwner": null}})",
-           R"({"repository": {"nameWithOwner": 7}})",
-       }) {
+  for (const char* patch : {R"({"number": null})",
+                            R"({"number": 12.5})",
+                            R"({"number": 9223372036854775808})",
+                            R"({"createdAt": null})",
+                            R"({"updatedAt": "yesterday"})",
+                            R"({"repository": null})",
+                            R"({"repository": {"nameWithOwner": null}})"}) {
     json node = sampleNode();
     node.merge_patch(json::parse(patch));
     EXPECT_EQ(GitHubSearch::parseNode(node), std::nullopt) << patch;
@@ -140,7 +118,6 @@ TEST(GitHubSearchTest, ReadsAPage) {
   };
   const std::string pr = sampleNode().dump();
   const Case cases[] = {
-      {R"({"search": {}})", 0, {}},
       {R"({"search": {"nodes": null, "pageInfo": null}})", 0, {}},
       {R"({"search": {"nodes": {"a": @}, "pageInfo": [true, "c"]}})", 0, {}},
       {R"({"search": {"nodes": [{}, @, null, "x", [@], {"number": 1}, @]}})", 2, {}},
@@ -148,7 +125,6 @@ TEST(GitHubSearchTest, ReadsAPage) {
       {R"({"search": {"pageInfo": {"hasNextPage": true, "endCursor": null}}})", 0, {}},
       {R"({"search": {"pageInfo": {"hasNextPage": false, "endCursor": "c"}}})", 0, {}},
       {R"({"search": {"pageInfo": {"hasNextPage": 1, "endCursor": "c"}}})", 0, {}},
-      {R"({"search": {"pageInfo": {"endCursor": "c"}}})", 0, {}},
   };
   for (const Case& item : cases) {
     std::string text;
@@ -159,55 +135,32 @@ TEST(GitHubSearchTest, ReadsAPage) {
     EXPECT_THAT(page->prs, SizeIs(item.prs)) << item.data;
     EXPECT_EQ(page->nextCursor, item.cursor) << item.data;
   }
-  for (const char* data : {"{}", R"({"search": null})", R"({"search": []})", "null", "[]"})
+  for (const char* data : {"{}", R"({"search": []})", "[]"})
     EXPECT_FALSE(GitHubSearch::parsePage(json::parse(data))) << data;
   const json flood = {{"search", {{"nodes", std::vector(150, sampleNode())}}}};
   EXPECT_THAT(GitHubSearch::parsePage(flood)->prs, SizeIs(100));
 }
 
-TEST(GitHubSearchTest, MovesItsCursorForwardOnly) {
-  struct Case {
-    const char* name;
-    std::vector<Date> updates;
-    std::optional<Date> previous;
-    std::optional<Date> next;
-  };
-  const Case cases[] = {
-      {"nothing found", {}, {}, {}},
-      {"nothing found after something", {}, now, {}},
-      {"the latest of all", {now - 1h, now, now - 2h}, {}, now - 120s},
-      {"a step forward", {now}, now - 121s, now - 120s},
-      {"no step back", {now}, now - 119s, now - 119s},
-      {"at the beginning of the calendar", {distantPast}, {}, distantPast},
-  };
-  for (const Case& item : cases) {
-    std::vector<GitHubPR> prs;
-    for (const Date updated : item.updates)
-      prs.push_back({.updatedAt = updated});
-    EXPECT_EQ(GitHubSearch::nextCursor(prs, item.previous), item.next) << item.name;
-  }
+// All else of the cursor is in GitHubPRSourceTest.cpp.
+TEST(GitHubSearchTest, TheCursorStaysWithinTheCalendar) {
+  EXPECT_EQ(GitHubSearch::nextCursor({{.updatedAt = distantPast}}, {}), distantPast);
 }
 
 TEST(GitHubSearchTest, StopsAtTheTenthPage) {
-  std::vector<HTTPResponse> pages;
-  std::vector<std::int64_t> expected;
-  for (int i = 1; i <= 12; ++i) {
+  std::deque<HTTPResponse> pages;
+  for (int i = 0; i < 12; ++i) {
     json node = sampleNode();
     node["number"] = i;
-    pages.push_back(answer({node}, "c" + std::to_string(i)));
-    if (i <= 10)
-      expected.push_back(i);
+    pages.push_back(answer({node}, "c" + std::to_string(i + 1)));
   }
   CannedTransport transport(pages);
   const auto result = GitHubSearch::fetchAll("octo", now + 123'456us, "abc", transport, now);
-  std::vector<std::int64_t> numbers;
-  for (const GitHubPR& pr : std::get<0>(result))
-    numbers.push_back(pr.number);
-  EXPECT_EQ(numbers, expected);
-
-  ASSERT_THAT(transport.requests(), SizeIs(10));
+  const auto& prs = std::get<std::vector<GitHubPR>>(result);
+  ASSERT_THAT(prs, SizeIs(10));
+  ASSERT_THAT(transport.requests, SizeIs(10));
   for (std::size_t i = 0; i < 10; ++i) {
-    const json body = json::parse(transport.requests()[i].body.value_or(""));
+    EXPECT_EQ(prs[i].number, static_cast<std::int64_t>(i));
+    const json body = json::parse(transport.requests[i].body.value_or(""));
     json variables = {{"q", "is:pr author:octo updated:>=2026-10-05T09:00:00Z"}};
     if (i > 0)
       variables["cursor"] = "c" + std::to_string(i);
@@ -222,20 +175,17 @@ TEST(GitHubSearchTest, EndsAtTheFirstPageThatFails) {
   };
   const Case cases[] = {
       {{.status = 502}, {.kind = GitHubError::Kind::http, .status = 502}},
-      {{.status = 200, .body = R"({"data": {}})"}, {.kind = GitHubError::Kind::malformed}},
       {{.status = 200, .body = R"({"data": {"search": []}})"},
        {.kind = GitHubError::Kind::malformed}},
   };
   for (const Case& item : cases) {
     CannedTransport transport({answer({sampleNode()}, "c"), item.second, answer({})});
     const auto result = GitHubSearch::fetchAll("octo", now, "abc", transport, now);
-    ASSERT_TRUE(std::holds_alternative<GitHubError>(result));
     EXPECT_EQ(std::get<GitHubError>(result), item.error);
-    EXPECT_THAT(transport.requests(), SizeIs(2));
+    EXPECT_THAT(transport.requests, SizeIs(2));
   }
   CannedTransport transport({answer({})});
-  const auto none = GitHubSearch::fetchAll("octo", now, "abc", transport, now);
-  EXPECT_THAT(std::get<0>(none), IsEmpty());
+  EXPECT_THAT(std::get<0>(GitHubSearch::fetchAll("octo", now, "abc", transport, now)), IsEmpty());
 }
 
 // Every place of a good answer, taken by every kind of value, and answers with bytes that were
@@ -244,11 +194,10 @@ TEST(GitHubSearchTest, BearsAnythingAnywhere) {
   const auto check = [](const std::string& body) {
     CannedTransport transport({{.status = 200, .body = body}});
     const auto result = GitHubSearch::fetchAll("octo", now, "abc", transport, now);
-    if (const auto* prs = std::get_if<std::vector<GitHubPR>>(&result)) {
-      for (const GitHubPR& pr : *prs) {
-        EXPECT_FALSE(pr.title.empty()) << body;
-        EXPECT_GT(pr.updatedAt, distantPast) << body;
-      }
+    const auto* prs = std::get_if<std::vector<GitHubPR>>(&result);
+    for (const GitHubPR& pr : prs != nullptr ? *prs : std::vector<GitHubPR>()) {
+      EXPECT_FALSE(pr.title.empty()) << body;
+      EXPECT_GT(pr.updatedAt, distantPast) << body;
     }
   };
   testing::internal::CaptureStderr();

