@@ -16,7 +16,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "helpers/Spawn.h"
+#include "helpers/Command.h"
 
 namespace tessivane {
 

@@ -13,7 +13,7 @@
 
 #include <gio/gio.h>
 
-#include "helpers/Spawn.h"
+#include "helpers/Command.h"
 
 namespace tessivane {
 

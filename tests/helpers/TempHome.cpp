@@ -1,17 +1,17 @@
 #include "helpers/TempHome.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <vector>
+
+#include <fmt/ranges.h>
 
 namespace tessivane {
 
@@ -85,26 +85,15 @@ std::string TempHome::makeDirectory(std::string_view relative) const {
 }
 
 void TempHome::setModified(std::string_view relative, Date modified) const {
-  const auto sinceEpoch = modified.time_since_epoch();
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
-  const timespec time{
-      seconds.count(),
-      std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch - seconds).count()};
-  const std::array<timespec, 2> times{time, time};
-  require(::utimensat(AT_FDCWD, path(relative).c_str(), times.data(), 0) == 0,
-          "cannot date " + path(relative));
+  fs::last_write_time(path(relative), std::chrono::file_clock::from_sys(modified));
 }
 
 std::string TempHome::listing() const {
   std::vector<std::string> entries;
-  for (const auto& entry : fs::recursive_directory_iterator(path_)) {
+  for (const auto& entry : fs::recursive_directory_iterator(path_))
     entries.push_back(described(entry));
-  }
-  std::sort(entries.begin(), entries.end());
-  std::string text;
-  for (const auto& entry : entries)
-    text += entry;
-  return text;
+  std::ranges::sort(entries);
+  return fmt::format("{}", fmt::join(entries, ""));
 }
 
 }  // namespace tessivane

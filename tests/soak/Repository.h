@@ -31,9 +31,6 @@ class Repository final {
     std::string gitDir;  ///< where git keeps its HEAD and logs
   };
 
-  std::string git(const std::string& directory,
-                  const std::vector<std::string>& arguments,
-                  std::optional<Date> date = {}) const;
   void commit(const std::vector<std::string>& arguments);
   void commitAt(const Worktree& place,
                 const std::optional<std::string>& branch,
