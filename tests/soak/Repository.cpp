@@ -70,6 +70,10 @@ void Repository::step() {
   }
 }
 
+void Repository::expect(const Ledger::Event& event) {
+  open_.push_back(workshop_.ledger.add(event));
+}
+
 void Repository::commit(const std::vector<std::string>& arguments) {
   const Worktree& place = somewhere();
   commitAt(place, place.branch, arguments);
@@ -83,17 +87,16 @@ void Repository::commitAt(const Worktree& place,
   std::vector<std::string> command = {"commit", "--quiet", "--allow-empty", "-m", title};
   command.insert(command.end(), arguments.begin(), arguments.end());
   gitOutput(place.path, command);
-  open_.push_back(
-      workshop_.ledger.add(Ledger::Event{.kind = "commit",
-                                         .root = place.path,
-                                         .ref = gitOutput(place.path, {"rev-parse", "HEAD"}),
-                                         .title = title,
-                                         .branch = branch}));
+  expect({.kind = "commit",
+          .root = place.path,
+          .ref = gitOutput(place.path, {"rev-parse", "HEAD"}),
+          .title = title,
+          .branch = branch});
 }
 
 // Which no log of a branch tells.
 void Repository::commitOnNoBranch() {
-  Worktree& place = somewhere();
+  const Worktree& place = somewhere();
   gitOutput(place.path, {"checkout", "--quiet", "--detach"});
   commitAt(place, std::nullopt, {});
   gitOutput(place.path, {"checkout", "--quiet", place.branch});
@@ -111,13 +114,11 @@ void Repository::commitOfOldDate() {
   gitOutput(place.path,
             {"commit", "--quiet", "--allow-empty", "-m", title},
             {"GIT_COMMITTER_DATE=" + isoText(date)});
-  if (isTooOld)
-    return;
-  open_.push_back(
-      workshop_.ledger.add(Ledger::Event{.kind = "commit",
-                                         .root = place.path,
-                                         .ref = gitOutput(place.path, {"rev-parse", "HEAD"}),
-                                         .title = title}));
+  if (!isTooOld)
+    expect({.kind = "commit",
+            .root = place.path,
+            .ref = gitOutput(place.path, {"rev-parse", "HEAD"}),
+            .title = title});
 }
 
 void Repository::branch(bool switchesToIt) {
@@ -132,8 +133,7 @@ void Repository::branch(bool switchesToIt) {
     branches_.push_back(name);
   }
   const std::string date = firstDate(root_ + "/.git/logs/refs/heads/" + name);
-  open_.push_back(workshop_.ledger.add(Ledger::Event{
-      .kind = "branched", .root = root_, .ref = "branch:" + name + "@" + date, .title = name}));
+  expect({.kind = "branched", .root = root_, .ref = "branch:" + name + "@" + date, .title = name});
 }
 
 // Git writes the log of the branch and then that of the worktree. Whoever looks in between sees a
@@ -144,15 +144,14 @@ void Repository::addWorktree() {
   const std::string branch = "work/" + name;
   const std::string path = root_ + "-" + name;
   gitOutput(root_, {"worktree", "add", "--quiet", "-b", branch, path});
-  const std::string gitDir = root_ + "/.git/worktrees/" + fs::path(path).filename().string();
-  worktrees_.push_back({.path = path, .branch = branch, .gitDir = gitDir});
   const std::string title = fs::path(path).filename().string();
-  open_.push_back(workshop_.ledger.add(
-      Ledger::Event{.kind = "branched",
-                    .root = path,
-                    .ref = "worktree:" + title + "@" + firstDate(gitDir + "/logs/HEAD"),
-                    .title = title,
-                    .detail = "worktree"}));
+  const std::string gitDir = root_ + "/.git/worktrees/" + title;
+  worktrees_.push_back({.path = path, .branch = branch, .gitDir = gitDir});
+  expect({.kind = "branched",
+          .root = path,
+          .ref = "worktree:" + title + "@" + firstDate(gitDir + "/logs/HEAD"),
+          .title = title,
+          .detail = "worktree"});
   const std::string date = firstDate(root_ + "/.git/logs/refs/heads/" + branch);
   for (const std::string& root : {path, root_}) {
     workshop_.ledger.add(Ledger::Event{.kind = "branched",
