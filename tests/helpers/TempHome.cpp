@@ -1,9 +1,11 @@
 #include "helpers/TempHome.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -85,7 +87,13 @@ std::string TempHome::makeDirectory(std::string_view relative) const {
 }
 
 void TempHome::setModified(std::string_view relative, Date modified) const {
-  fs::last_write_time(path(relative), std::chrono::file_clock::from_sys(modified));
+  const auto sinceEpoch = modified.time_since_epoch();
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
+  const timespec time{seconds.count(), std::chrono::nanoseconds(sinceEpoch - seconds).count()};
+  // Both dates: the system reports a change of the one alone as a write.
+  const std::array<timespec, 2> times{time, time};
+  require(::utimensat(AT_FDCWD, path(relative).c_str(), times.data(), 0) == 0,
+          "cannot date " + path(relative));
 }
 
 std::string TempHome::listing() const {
