@@ -44,6 +44,7 @@
 #include "helpers/Command.h"
 #include "helpers/ProgramRun.h"
 #include "helpers/Random.h"
+#include "helpers/TempHome.h"
 #include "platform/SystemClock.h"
 
 namespace {
@@ -158,7 +159,6 @@ class Home final {
     std::string path;
   };
 
-  std::string git(const std::string& directory, std::vector<std::string> arguments) const;
   void addRepository(std::size_t index);
   void addClaude(std::size_t index, const Size& size);
   void addCodex(std::size_t index, const Size& size);
@@ -183,23 +183,10 @@ Home::Home(const ProgramHome& place, const Size& size)
     addCodex(index, size);
 }
 
-std::string Home::git(const std::string& directory, std::vector<std::string> arguments) const {
-  std::vector<std::string> command = {"git", "-C", directory, "-c", "gc.auto=0"};
-  std::ranges::move(arguments, std::back_inserter(command));
-  return commandOutput(command,
-                       {"HOME=" + place_.directory,
-                        "PATH=/usr/bin:/bin",
-                        "GIT_CONFIG_NOSYSTEM=1",
-                        "GIT_AUTHOR_NAME=Ann Author",
-                        "GIT_AUTHOR_EMAIL=ann@example.org",
-                        "GIT_COMMITTER_NAME=Ann Author",
-                        "GIT_COMMITTER_EMAIL=ann@example.org"});
-}
-
 void Home::addRepository(std::size_t index) {
   repositories_.push_back(place_.home() + "/src/project-" + std::to_string(index));
   fs::create_directories(repositories_.back());
-  git(repositories_.back(), {"init", "--quiet", "--initial-branch=main"});
+  gitOutput(repositories_.back(), {"init", "--quiet", "--initial-branch=main"});
   commit(index);
 }
 
@@ -262,14 +249,14 @@ std::string Home::appendToCodex(std::size_t index) {
 std::string Home::commit(std::size_t index) {
   const std::string& root = repositories_[index % repositories_.size()];
   const std::string title = nextName("Change ");
-  git(root, {"commit", "--quiet", "--allow-empty", "-m", title});
+  gitOutput(root, {"commit", "--quiet", "--allow-empty", "-m", title});
   return "select count(*) from events where kind = 'commit' and title = '" + title + "'";
 }
 
 std::string Home::addWorktree(std::size_t index) {
   const std::string& root = repositories_[index % repositories_.size()];
   const std::string name = nextName("tree-");
-  git(root, {"worktree", "add", "--quiet", "-b", "work/" + name, root + "-" + name});
+  gitOutput(root, {"worktree", "add", "--quiet", "-b", "work/" + name, root + "-" + name});
   return "select count(*) from events where kind = 'branched' and root = '" + root + "-" + name +
          "'";
 }
@@ -451,20 +438,8 @@ class Measurement final {
 };
 
 bool measure(const std::string& program, const Size& size) {
-  std::string directory = (fs::temp_directory_path() / "tessivane-home-XXXXXX").string();
-  if (::mkdtemp(directory.data()) == nullptr)
-    throw std::runtime_error("cannot make " + directory);
-  struct Remover {
-    explicit Remover(std::string where) : directory(std::move(where)) {}
-    Remover(const Remover&) = delete;
-    Remover& operator=(const Remover&) = delete;
-    ~Remover() {
-      std::error_code ignored;
-      fs::remove_all(directory, ignored);
-    }
-    const std::string directory;
-  } const remover(directory);
-  return Measurement(program, ProgramHome(fs::canonical(directory)), size).run();
+  const TempHome directory;
+  return Measurement(program, ProgramHome(directory.path()), size).run();
 }
 
 }  // namespace

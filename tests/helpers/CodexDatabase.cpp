@@ -1,10 +1,8 @@
 #include "helpers/CodexDatabase.h"
 
 #include <chrono>
-#include <filesystem>
-#include <stdexcept>
-
-#include <sqlite3.h>
+#include <cstdint>
+#include <utility>
 
 namespace tessivane {
 
@@ -32,37 +30,25 @@ constexpr const char* columnsSince169 = R"(,
     project_id text, originator text, daybreak_enabled boolean, creator_user_id text,
     creator_account_id text, attached_thread_parent_id text)";
 
-std::string literal(const std::optional<std::string>& text) {
-  if (!text)
-    return "null";
-  std::string quoted = "'";
-  for (const char c : *text)
-    quoted += c == '\'' ? std::string("''") : std::string(1, c);
-  return quoted + "'";
+template <typename Unit>
+std::int64_t number(Date date) {
+  return std::chrono::floor<Unit>(date.time_since_epoch()).count();
 }
 
-template <typename Unit>
-std::string number(Date date) {
-  return std::to_string(std::chrono::floor<Unit>(date.time_since_epoch()).count());
+json orNull(const std::optional<std::string>& text) {
+  return text ? json(*text) : json();
 }
 
 }  // namespace
 
-CodexDatabase::CodexDatabase(const std::string& path, CodexVersion version) : version_(version) {
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  if (sqlite3_open(path.c_str(), &db_) != SQLITE_OK)
-    throw std::runtime_error("CodexDatabase: cannot open " + path);
+CodexDatabase::CodexDatabase(const std::string& path, CodexVersion version)
+    : db_(path), version_(version) {
   std::string columns = columnsOf120;
   if (version >= CodexVersion::v142)
     columns += columnsSince142;
   if (version >= CodexVersion::v169)
     columns += columnsSince169;
-  execute("pragma synchronous = off; pragma journal_mode = wal; create table threads (" + columns +
-          ")");
-}
-
-CodexDatabase::~CodexDatabase() {
-  sqlite3_close(db_);
+  execute("create table threads (" + columns + ")");
 }
 
 void CodexDatabase::insert(const CodexThread& thread) {
@@ -70,33 +56,25 @@ void CodexDatabase::insert(const CodexThread& thread) {
   using std::chrono::seconds;
   const Date updated = thread.updated.value_or(thread.recency);
   const Date created = thread.created.value_or(thread.recency);
-  std::string names = "id, rollout_path, title, cwd, source, agent_nickname, model, archived";
-  std::string values;
-  for (const auto& text : {thread.id, thread.rolloutPath, thread.title, thread.cwd, thread.source})
-    values += literal(text) + ", ";
-  values += literal(thread.agentNickname) + ", 'gpt-5.4', " + (thread.archived ? "1" : "0");
-  const auto add = [&](const std::string& name, const std::string& value) {
-    names += ", " + name;
-    values += ", " + value;
-  };
-  add("created_at", number<seconds>(created));
-  add("updated_at", number<seconds>(updated));
+  json row = {{"id", thread.id},
+              {"rollout_path", thread.rolloutPath},
+              {"title", thread.title},
+              {"cwd", thread.cwd},
+              {"source", thread.source},
+              {"agent_nickname", orNull(thread.agentNickname)},
+              {"model", "gpt-5.4"},
+              {"archived", thread.archived ? 1 : 0},
+              {"created_at", number<seconds>(created)},
+              {"updated_at", number<seconds>(updated)}};
   if (version_ >= CodexVersion::v142) {
-    add("created_at_ms", number<milliseconds>(created));
-    add("updated_at_ms", number<milliseconds>(updated));
-    add("recency_at_ms", number<milliseconds>(thread.recency));
-    add("thread_source", literal(thread.threadSource));
+    row.update({{"created_at_ms", number<milliseconds>(created)},
+                {"updated_at_ms", number<milliseconds>(updated)},
+                {"recency_at_ms", number<milliseconds>(thread.recency)},
+                {"thread_source", orNull(thread.threadSource)}});
   }
-  if (version_ >= CodexVersion::v169) {
-    add("name", literal(thread.name));
-    add("originator", literal(thread.originator));
-  }
-  execute("insert into threads (" + names + ") values (" + values + ")");
-}
-
-void CodexDatabase::execute(const std::string& sql) {
-  if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
-    throw std::runtime_error("CodexDatabase: " + std::string(sqlite3_errmsg(db_)) + ": " + sql);
+  if (version_ >= CodexVersion::v169)
+    row.update({{"name", orNull(thread.name)}, {"originator", orNull(thread.originator)}});
+  db_.insert("threads", std::move(row));
 }
 
 }  // namespace tessivane

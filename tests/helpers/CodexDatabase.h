@@ -1,14 +1,12 @@
 #pragma once
 
-// A state database with the columns that one version of Codex gives it, in write-ahead mode and, as
-// long as the value lives, with a writer that keeps it open. Throws when SQLite refuses something.
+// A state database with the columns that one version of Codex gives it. See `FixtureDatabase`.
 
 #include <optional>
 #include <string>
 
+#include "helpers/FixtureDatabase.h"
 #include "support/Date.h"
-
-struct sqlite3;
 
 namespace tessivane {
 
@@ -35,15 +33,11 @@ class CodexDatabase final {
  public:
   /// Makes the file, its directory and the table of threads.
   explicit CodexDatabase(const std::string& path, CodexVersion version = CodexVersion::v169);
-  CodexDatabase(const CodexDatabase&) = delete;
-  CodexDatabase& operator=(const CodexDatabase&) = delete;
-  ~CodexDatabase();
-
   void insert(const CodexThread& thread);
-  void execute(const std::string& sql);
+  void execute(const std::string& sql) { db_.execute(sql); }
 
  private:
-  sqlite3* db_ = nullptr;
+  FixtureDatabase db_;
   CodexVersion version_;
 };
 

@@ -16,12 +16,11 @@ namespace tessivane {
 
 class GitRepository final {
  public:
-  /// Makes an empty repository with the branch "main" in a directory below the home.
-  GitRepository(const TempHome& home, std::string_view directory);
-  /// The same with further arguments for "git init".
+  /// Makes an empty repository with the branch "main" in a directory below the home. `arguments`
+  /// are further ones for "git init".
   GitRepository(const TempHome& home,
                 std::string_view directory,
-                std::initializer_list<std::string> arguments);
+                std::initializer_list<std::string> arguments = {});
 
   /// Where the repository was made, and its common directory when that is ".git" there.
   const std::string& path() const { return path_; }
@@ -41,9 +40,6 @@ class GitRepository final {
   void advance(std::chrono::seconds duration) { now_ += duration; }
 
  private:
-  void dateLogs() const;
-
-  std::string home_;
   std::string path_;
   Date now_ = ManualClock::defaultStart;
 };

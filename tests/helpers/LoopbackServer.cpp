@@ -9,11 +9,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstdlib>
+#include <sstream>
 #include <system_error>
 #include <utility>
+
+#include <fmt/format.h>
 
 #include "support/Text.h"
 
@@ -97,40 +99,27 @@ namespace {
 [[maybe_unused]] const int withoutProxy =
     ::setenv("no_proxy", "127.0.0.1", 1);  // NOLINT(concurrency-mt-unsafe)
 
-// "Name: value" lines after a first line.
-std::vector<HTTPHeader> headersOf(std::string_view head) {
-  std::vector<HTTPHeader> headers;
-  while (true) {
-    const auto end = head.find("\r\n");
-    if (end == std::string_view::npos)
-      return headers;
-    head.remove_prefix(end + 2);
-    const std::string_view line = head.substr(0, head.find("\r\n"));
-    const auto colon = line.find(':');
-    if (colon != std::string_view::npos)
-      headers.push_back({.name = std::string(line.substr(0, colon)),
-                         .value = std::string(trimmed(line.substr(colon + 1)))});
+// The request with this head, still without a body.
+HTTPRequest requestOf(const std::string& head) {
+  HTTPRequest request;
+  std::istringstream text(head);
+  text >> request.method >> request.url;
+  std::string line;
+  std::getline(text, line);
+  while (std::getline(text, line)) {
+    const auto colon = std::min(line.find(':'), line.size() - 1);
+    request.headers.push_back(
+        {.name = line.substr(0, colon), .value = std::string(trimmed(line.substr(colon + 1)))});
   }
+  return request;
 }
 
-std::size_t bodySize(const std::vector<HTTPHeader>& headers) {
-  std::size_t size = 0;
-  for (const HTTPHeader& header : headers) {
+std::size_t bodySize(const HTTPRequest& request) {
+  for (const HTTPHeader& header : request.headers) {
     if (header.name == "Content-Length")
-      std::from_chars(header.value.data(), header.value.data() + header.value.size(), size);
+      return std::stoull(header.value);
   }
-  return size;
-}
-
-// The request whose head ends at `end`, still without a body.
-HTTPRequest requestOf(std::string_view text, std::size_t end) {
-  const std::string_view head = text.substr(0, end);
-  const auto blank = std::min(head.find(' '), head.size());
-  const std::string_view rest = head.substr(blank);
-  const auto second = std::min(rest.find(' ', 1), rest.size());
-  return {.method = std::string(head.substr(0, blank)),
-          .url = std::string(trimmed(rest.substr(0, second))),
-          .headers = headersOf(head)};
+  return 0;
 }
 
 template <typename Connection>
@@ -141,9 +130,9 @@ std::optional<HTTPRequest> readRequest(Connection& connection) {
     if (!connection.readInto(text))
       return std::nullopt;
   }
-  HTTPRequest request = requestOf(text, end);
+  HTTPRequest request = requestOf(text.substr(0, end));
   text.erase(0, end + 4);
-  const std::size_t size = bodySize(request.headers);
+  const std::size_t size = bodySize(request);
   while (text.size() < size) {
     if (!connection.readInto(text))
       return std::nullopt;
@@ -154,11 +143,10 @@ std::optional<HTTPRequest> readRequest(Connection& connection) {
 }
 
 std::string headOf(const LoopbackServer::Answer& answer) {
-  std::string head = "HTTP/1.1 " + std::to_string(answer.status) + " Scripted\r\n";
+  std::string head = fmt::format("HTTP/1.1 {} Scripted\r\n", answer.status);
   for (const HTTPHeader& header : answer.headers)
-    head += header.name + ": " + header.value + "\r\n";
-  return head + "Content-Length: " + std::to_string(answer.body.size()) +
-         "\r\nConnection: close\r\n\r\n";
+    head += fmt::format("{}: {}\r\n", header.name, header.value);
+  return head + fmt::format("Content-Length: {}\r\nConnection: close\r\n\r\n", answer.body.size());
 }
 
 template <typename Connection>

@@ -16,7 +16,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "helpers/Spawn.h"
+#include "helpers/Command.h"
 
 namespace tessivane {
 
@@ -27,23 +27,14 @@ void require(bool condition, const std::string& what) {
     throw std::runtime_error("ProgramRun: " + what);
 }
 
-std::string_view nameOf(std::string_view variable) {
-  return variable.substr(0, variable.find('='));
-}
-
-bool isHandedOn(std::string_view name) {
-  constexpr std::array<std::string_view, 6> kept = {
-      "PATH", "TMPDIR", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LANG"};
-  return std::ranges::count(kept, name) != 0;
-}
-
+// `own`, and what programs need of this process's environment.
 std::vector<std::string> environmentFor(std::vector<std::string> own) {
+  constexpr std::array<std::string_view, 6> kept = {
+      "PATH=", "TMPDIR=", "ASAN_OPTIONS=", "UBSAN_OPTIONS=", "TSAN_OPTIONS=", "LANG="};
   for (char** variable = environ; *variable != nullptr; ++variable) {
-    const auto isNamed = [name = nameOf(*variable)](const auto& one) {
-      return nameOf(one) == name;
-    };
-    if (isHandedOn(nameOf(*variable)) && std::ranges::none_of(own, isNamed))
-      own.emplace_back(*variable);
+    const std::string_view text = *variable;
+    if (std::ranges::any_of(kept, [text](auto name) { return text.starts_with(name); }))
+      own.emplace_back(text);
   }
   return own;
 }

@@ -17,8 +17,8 @@ class ProgramRun final {
  public:
   struct Options {
     std::vector<std::string> command = {};  ///< the program's path, and its arguments
-    /// "NAME=value" in place of this process's own. What tells of a desktop, of GitHub or of git is
-    /// not handed on.
+    /// "NAME=value", of other names than what is handed on: PATH, LANG and what sanitizers are
+    /// told. What tells of a desktop, of GitHub or of git is not.
     std::vector<std::string> environment = {};
     std::string log = {};  ///< the file that takes what it prints, at its end
   };

@@ -6,14 +6,16 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <memory>
 #include <stdexcept>
-#include <vector>
+#include <thread>
 
 #include <gio/gio.h>
 
-#include "helpers/Spawn.h"
+#include "helpers/Command.h"
 
 namespace tessivane {
 
@@ -70,57 +72,55 @@ void disconnect(GDBusConnection* connection) {
   g_object_unref(connection);
 }
 
+using Variant = std::unique_ptr<GVariant, decltype(&g_variant_unref)>;
+
+// Null when the call fails.
+Variant call(GDBusConnection* connection,
+             const char* service,
+             const char* path,
+             const char* interface,
+             const char* method,
+             GVariant* arguments) {
+  return {g_dbus_connection_call_sync(connection,
+                                      service,
+                                      path,
+                                      interface,
+                                      method,
+                                      arguments,
+                                      nullptr,
+                                      G_DBUS_CALL_FLAGS_NONE,
+                                      -1,
+                                      nullptr,
+                                      nullptr),
+          &g_variant_unref};
+}
+
+Variant callBus(GDBusConnection* connection, const char* method, GVariant* arguments) {
+  constexpr const char* bus = "org.freedesktop.DBus";
+  return call(connection, bus, "/org/freedesktop/DBus", bus, method, arguments);
+}
+
 // Waits until somebody has the name.
 void awaitName(const std::string& address, const char* name) {
-  GMainContext* const context = g_main_context_new();
-  g_main_context_push_thread_default(context);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   GDBusConnection* const connection = connect(address);
   bool appeared = false;
-  const guint watch = g_bus_watch_name_on_connection(
-      connection,
-      name,
-      G_BUS_NAME_WATCHER_FLAGS_NONE,
-      [](GDBusConnection*, const char*, const char*, gpointer data) {
-        *static_cast<bool*>(data) = true;
-      },
-      nullptr,
-      &appeared,
-      nullptr);
-  bool late = false;
-  GSource* const limit = g_timeout_source_new_seconds(30);
-  g_source_set_callback(
-      limit,
-      [](gpointer data) -> gboolean {
-        *static_cast<bool*>(data) = true;
-        return G_SOURCE_REMOVE;
-      },
-      &late,
-      nullptr);
-  g_source_attach(limit, context);
-  while (!appeared && !late)
-    g_main_context_iteration(context, TRUE);
-  g_source_destroy(limit);
-  g_source_unref(limit);
-  g_bus_unwatch_name(watch);
+  while (!appeared && std::chrono::steady_clock::now() < end) {
+    appeared = callBus(connection, "GetNameOwner", g_variant_new("(s)", name)) != nullptr;
+    std::this_thread::sleep_for(std::chrono::milliseconds(appeared ? 0 : 5));
+  }
   disconnect(connection);
-  g_main_context_pop_thread_default(context);
-  g_main_context_unref(context);
   require(appeared, std::string(name) + " did not appear");
 }
 
-GVariant* callService(const std::string& address, const char* method, GVariant* arguments) {
+Variant callService(const std::string& address, const char* method, GVariant* arguments) {
   GDBusConnection* const connection = connect(address);
-  GVariant* const answer = g_dbus_connection_call_sync(connection,
-                                                       secretService,
-                                                       "/org/freedesktop/secrets",
-                                                       "org.freedesktop.Secret.Service",
-                                                       method,
-                                                       arguments,
-                                                       nullptr,
-                                                       G_DBUS_CALL_FLAGS_NONE,
-                                                       -1,
-                                                       nullptr,
-                                                       nullptr);
+  Variant answer = call(connection,
+                        secretService,
+                        "/org/freedesktop/secrets",
+                        "org.freedesktop.Secret.Service",
+                        method,
+                        arguments);
   disconnect(connection);
   require(answer != nullptr, std::string(method) + " failed");
   return answer;
@@ -179,23 +179,21 @@ void SessionBus::stopKeyring() {
 
 void SessionBus::lockKeyring() const {
   const char* const keyrings[] = {"/org/freedesktop/secrets/collection/login", nullptr};
-  g_variant_unref(callService(address_, "Lock", g_variant_new("(^ao)", keyrings)));
+  callService(address_, "Lock", g_variant_new("(^ao)", keyrings));
 }
 
 std::size_t SessionBus::secretCount(const std::string& service) const {
   GVariantBuilder attributes;
   g_variant_builder_init(&attributes, G_VARIANT_TYPE("a{ss}"));
   g_variant_builder_add(&attributes, "{ss}", "service", service.c_str());
-  GVariant* const answer =
+  const Variant answer =
       callService(address_, "SearchItems", g_variant_new("(a{ss})", &attributes));
   std::size_t count = 0;
   // Those in keyrings that are open, then the others.
   for (const gsize part : {gsize{0}, gsize{1}}) {
-    GVariant* const paths = g_variant_get_child_value(answer, part);
-    count += g_variant_n_children(paths);
-    g_variant_unref(paths);
+    const Variant paths(g_variant_get_child_value(answer.get(), part), &g_variant_unref);
+    count += g_variant_n_children(paths.get());
   }
-  g_variant_unref(answer);
   return count;
 }
 
@@ -245,20 +243,10 @@ SessionBus::Impostor::Impostor(const SessionBus& bus, const std::string& name, M
     : state_(std::make_shared<State>()) {
   state_->connection = connect(bus.address_);
   state_->manner = manner;
-  GVariant* const answer =
-      g_dbus_connection_call_sync(state_->connection,
-                                  "org.freedesktop.DBus",
-                                  "/org/freedesktop/DBus",
-                                  "org.freedesktop.DBus",
-                                  "RequestName",
-                                  g_variant_new("(su)", name.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE),
-                                  nullptr,
-                                  G_DBUS_CALL_FLAGS_NONE,
-                                  -1,
-                                  nullptr,
-                                  nullptr);
-  require(answer != nullptr, "no name for the impostor");
-  g_variant_unref(answer);
+  require(callBus(state_->connection,
+                  "RequestName",
+                  g_variant_new("(su)", name.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE)) != nullptr,
+          "no name for the impostor");
   // On GIO's own thread, which may come a last time when the filter has been taken away.
   g_dbus_connection_add_filter(
       state_->connection,

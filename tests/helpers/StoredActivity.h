@@ -22,6 +22,8 @@ struct StoredEvent {
   std::optional<std::string> branch = {};
   std::optional<std::string> sessionID = {};
   double ts = 0;  ///< seconds since 1970
+
+  std::string token() const { return kind + ":" + root + ":" + ref; }
 };
 
 struct StoredActivity {

@@ -1,9 +1,7 @@
 #include "helpers/T3Database.h"
 
-#include <stdexcept>
+#include <string_view>
 #include <utility>
-
-#include <sqlite3.h>
 
 namespace tessivane {
 
@@ -92,65 +90,20 @@ std::string withLongNames(std::string sql) {
   return sql;
 }
 
-std::string literal(const json& value) {
-  if (value.is_null() || value.is_number())
-    return value.dump();
-  const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
-  char* quoted = sqlite3_mprintf("%Q", text.c_str());
-  std::string result(quoted);
-  sqlite3_free(quoted);
-  return result;
-}
-
 }  // namespace
 
-T3Database::T3Database(const std::string& path, T3Generation generation) {
-  if (sqlite3_open(path.c_str(), &db_) != SQLITE_OK)
-    throw std::runtime_error("T3Database: cannot open " + path);
-  execute("pragma journal_mode = wal; pragma synchronous = off");
+T3Database::T3Database(const std::string& path, T3Generation generation) : db_(path) {
   execute(legacySchema);
   if (generation == T3Generation::orchestration)
     execute(orchestrationSchema);
 }
 
-T3Database::~T3Database() {
-  close();
-}
-
-void T3Database::close() {
-  sqlite3_close(db_);
-  db_ = nullptr;
-}
-
 void T3Database::execute(std::string sql) const {
-  sql = withLongNames(std::move(sql));
-  if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
-    throw std::runtime_error("T3Database: " + std::string(sqlite3_errmsg(db_)) + "\n" + sql);
+  db_.execute(withLongNames(std::move(sql)));
 }
 
-void T3Database::insert(const std::string& table, json row) const {
-  fillRequired(table, row);
-  std::string columns;
-  std::string values;
-  for (const auto& [column, value] : row.items()) {
-    columns += (columns.empty() ? "" : ", ") + column;
-    values += (values.empty() ? "" : ", ") + literal(value);
-  }
-  execute("insert into " + table + " (" + columns + ") values (" + values + ")");
-}
-
-void T3Database::fillRequired(const std::string& table, json& row) const {
-  const auto addIfMissing = [](void* target, int, char** values, char**) {
-    const std::string column = *values;
-    json& fields = *static_cast<json*>(target);
-    if (!fields.contains(column))
-      fields[column] = column.ends_with("_json") ? "{}" : "";
-    return 0;
-  };
-  const std::string sql = withLongNames("select name from pragma_table_info('" + table +
-                                        "') where \"notnull\" and dflt_value is null");
-  if (sqlite3_exec(db_, sql.c_str(), addIfMissing, &row, nullptr) != SQLITE_OK)
-    throw std::runtime_error("T3Database: " + std::string(sqlite3_errmsg(db_)));
+void T3Database::insert(std::string table, json row) const {
+  db_.insert(withLongNames(std::move(table)), std::move(row));
 }
 
 }  // namespace tessivane

@@ -13,6 +13,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include <fmt/ranges.h>
+
 namespace tessivane {
 
 namespace fs = std::filesystem;
@@ -87,9 +89,8 @@ std::string TempHome::makeDirectory(std::string_view relative) const {
 void TempHome::setModified(std::string_view relative, Date modified) const {
   const auto sinceEpoch = modified.time_since_epoch();
   const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
-  const timespec time{
-      seconds.count(),
-      std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch - seconds).count()};
+  const timespec time{seconds.count(), std::chrono::nanoseconds(sinceEpoch - seconds).count()};
+  // Both dates: the system reports a change of the one alone as a write.
   const std::array<timespec, 2> times{time, time};
   require(::utimensat(AT_FDCWD, path(relative).c_str(), times.data(), 0) == 0,
           "cannot date " + path(relative));
@@ -97,14 +98,10 @@ void TempHome::setModified(std::string_view relative, Date modified) const {
 
 std::string TempHome::listing() const {
   std::vector<std::string> entries;
-  for (const auto& entry : fs::recursive_directory_iterator(path_)) {
+  for (const auto& entry : fs::recursive_directory_iterator(path_))
     entries.push_back(described(entry));
-  }
-  std::sort(entries.begin(), entries.end());
-  std::string text;
-  for (const auto& entry : entries)
-    text += entry;
-  return text;
+  std::ranges::sort(entries);
+  return fmt::format("{}", fmt::join(entries, ""));
 }
 
 }  // namespace tessivane

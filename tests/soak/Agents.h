@@ -34,7 +34,6 @@ class ClaudeAgent final {
   Ledger::Edit tell(const std::string& id, Date date);
   bool isReady() { return transcript_.isReady(); }
 
-  const std::string& root() const { return root_; }
   std::string sessionID() const { return "claude:" + lines_.sessionID; }
 
  private:
@@ -50,10 +49,9 @@ class ClaudeAgent final {
   };
 
   Record edit();
-  Token expectOpened(std::int64_t number, const std::string& name);
-  Record opened();
+  Token expect(Ledger::Event event);
+  Record opened(bool inBackground);
   Record merged();
-  Record inBackground();
   Record nothing();
   Record noise();
   void writeOften();
@@ -61,7 +59,6 @@ class ClaudeAgent final {
   void splitCommand();
   void retell(std::vector<std::unique_ptr<ClaudeAgent>>& others);
   void spawnSubagent();
-  std::string title();
 
   Workshop& workshop_;
   const std::string root_;

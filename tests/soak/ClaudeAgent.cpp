@@ -37,11 +37,11 @@ void ClaudeAgent::step(std::vector<std::unique_ptr<ClaudeAgent>>& others) {
     return splitCommand();
   switch (workshop_.random.below(20)) {
     case 0:
-      return transcript_.append(opened());
+      return transcript_.append(opened(false));
     case 1:
       return transcript_.append(merged());
     case 2:
-      return transcript_.append(inBackground());
+      return transcript_.append(opened(true));
     case 3:
       return transcript_.append(nothing());
     case 4:
@@ -74,6 +74,12 @@ void ClaudeAgent::finish() {
     transcript_.append(edit());
 }
 
+Ledger::Edit ClaudeAgent::tell(const std::string& id, Date date) {
+  const std::string key = "native:" + id;
+  transcript_.append({.lines = lines_.edit(id, root_ + "/src/file.cpp", date), .tokens = {key}});
+  return {.key = key, .root = root_, .sessionID = sessionID(), .date = date};
+}
+
 ClaudeAgent::Record ClaudeAgent::edit() {
   ++workshop_.counts["edits of Claude Code"];
   const std::string id = workshop_.name("toolu_");
@@ -83,33 +89,31 @@ ClaudeAgent::Record ClaudeAgent::edit() {
   return {.lines = lines_.edit(id, root_ + "/src/file.cpp", date), .tokens = {token}};
 }
 
-Ledger::Edit ClaudeAgent::tell(const std::string& id, Date date) {
-  const std::string key = "native:" + id;
-  transcript_.append({.lines = lines_.edit(id, root_ + "/src/file.cpp", date), .tokens = {key}});
-  return {.key = key, .root = root_, .sessionID = sessionID(), .date = date};
+Token ClaudeAgent::expect(Ledger::Event event) {
+  event.root = root_;
+  event.detail = slug_;
+  return workshop_.ledger.add(event);
 }
 
-std::string ClaudeAgent::title() {
-  return workshop_.name("Add the thing ");
-}
-
-Token ClaudeAgent::expectOpened(std::int64_t number, const std::string& name) {
-  return workshop_.ledger.add(Ledger::Event{.kind = "prOpened",
-                                            .root = root_,
-                                            .ref = std::to_string(number),
-                                            .title = name,
-                                            .detail = slug_});
-}
-
-ClaudeAgent::Record ClaudeAgent::opened() {
+// By a command that goes on in the background, or at once.
+ClaudeAgent::Record ClaudeAgent::opened(bool inBackground) {
   ++workshop_.counts["pull requests"];
   const std::string id = workshop_.name("toolu_");
-  const std::string name = title();
+  const std::string name = workshop_.name("Add the thing ");
   const std::int64_t number = workshop_.number();
+  const std::string url = pullRequestURL(slug_, number);
   const Date date = Workshop::now();
-  const Token token = expectOpened(number, name);
-  return {.lines = lines_.command(id, "git push && gh pr create --title '" + name + "'", date) +
-                   lines_.result(id, pullRequestURL(slug_, number) + "\n", date),
+  const Token token = expect({.kind = "prOpened", .ref = std::to_string(number), .title = name});
+  if (!inBackground)
+    return {.lines = lines_.command(id, "git push && gh pr create --title '" + name + "'", date) +
+                     lines_.result(id, url + "\n", date),
+            .tokens = {token}};
+  const std::string output = workshop_.home.directory + "/outputs/" + id + ".output";
+  fs::create_directories(fs::path(output).parent_path());
+  std::ofstream(output) << "Creating\n" << url << "\n";
+  return {.lines = lines_.command(id, "gh pr create --title \"" + name + "\" --fill", date) +
+                   lines_.sentToBackground(id, output, date) +
+                   lines_.notification(id, output, date),
           .tokens = {token}};
 }
 
@@ -118,26 +122,9 @@ ClaudeAgent::Record ClaudeAgent::merged() {
   const std::string id = workshop_.name("toolu_");
   const std::string number = std::to_string(workshop_.number());
   const Date date = Workshop::now();
-  const Token token = workshop_.ledger.add(
-      Ledger::Event{.kind = "prMerged", .root = root_, .ref = number, .detail = slug_});
+  const Token token = expect({.kind = "prMerged", .ref = number});
   return {.lines = lines_.command(id, "gh pr merge " + number + " --squash", date) +
                    lines_.result(id, "Merged.", date),
-          .tokens = {token}};
-}
-
-ClaudeAgent::Record ClaudeAgent::inBackground() {
-  ++workshop_.counts["pull requests"];
-  const std::string id = workshop_.name("toolu_");
-  const std::string name = title();
-  const std::int64_t number = workshop_.number();
-  const std::string output = workshop_.home.directory + "/outputs/" + id + ".output";
-  fs::create_directories(fs::path(output).parent_path());
-  std::ofstream(output) << "Creating\n" << pullRequestURL(slug_, number) << "\n";
-  const Date date = Workshop::now();
-  const Token token = expectOpened(number, name);
-  return {.lines = lines_.command(id, "gh pr create --title \"" + name + "\" --fill", date) +
-                   lines_.sentToBackground(id, output, date) +
-                   lines_.notification(id, output, date),
           .tokens = {token}};
 }
 

@@ -5,8 +5,6 @@
 
 #include <fmt/format.h>
 
-#include "platform/SystemClock.h"
-
 namespace tessivane {
 
 namespace {
@@ -21,19 +19,7 @@ std::string described(const StoredActivity::Minute& minute) {
   return fmt::format("edits of {} in {} in minute {}", session, root, number);
 }
 
-bool isTransition(const StoredEvent& event) {
-  return event.kind == "needsYou" || event.kind == "finished";
-}
-
-Token tokenOf(const StoredEvent& event) {
-  return event.kind + ":" + event.root + ":" + event.ref;
-}
-
 }  // namespace
-
-Date Ledger::now() {
-  return systemNow();
-}
 
 Token Ledger::add(const Event& event) {
   return events_.emplace(event.token(), event).first->first;
@@ -67,12 +53,12 @@ std::vector<std::string> Ledger::differences(const StoredActivity& stored) const
 void Ledger::compareEvents(const StoredActivity& stored, Lines& differences) const {
   std::set<Token> found;
   for (const StoredEvent& event : stored.events) {
-    if (isTransition(event)) {
+    if (event.kind == "needsYou" || event.kind == "finished") {
       compareTransition(event, differences);
       continue;
     }
-    if (!found.insert(tokenOf(event)).second)
-      differences.push_back("twice: " + tokenOf(event));
+    if (!found.insert(event.token()).second)
+      differences.push_back("twice: " + event.token());
     compareEvent(event, differences);
   }
   for (const auto& [token, event] : events_) {
@@ -82,9 +68,9 @@ void Ledger::compareEvents(const StoredActivity& stored, Lines& differences) con
 }
 
 void Ledger::compareEvent(const StoredEvent& stored, Lines& differences) const {
-  const auto made = events_.find(tokenOf(stored));
+  const auto made = events_.find(stored.token());
   if (made == events_.end()) {
-    differences.push_back("extra: " + tokenOf(stored) + " " + stored.title);
+    differences.push_back("extra: " + stored.token() + " " + stored.title);
     return;
   }
   const Event& event = made->second;
@@ -105,12 +91,12 @@ void Ledger::compareEvent(const StoredEvent& stored, Lines& differences) const {
 void Ledger::compareTransition(const StoredEvent& stored, Lines& differences) const {
   const auto session = sessions_.find(stored.sessionID.value_or(""));
   if (session == sessions_.end())
-    differences.push_back("unknown session: " + tokenOf(stored));
+    differences.push_back("unknown session: " + stored.token());
   else if (session->second != stored.root)
-    differences.push_back("wrong project: " + tokenOf(stored));
+    differences.push_back("wrong project: " + stored.token());
   const auto date = dateFromSeconds(stored.ts);
-  if (!date || *date < begin_ - std::chrono::hours(1) || *date > now())
-    differences.push_back("impossible date: " + tokenOf(stored));
+  if (!date || *date < begin_ - std::chrono::hours(1) || *date > systemNow())
+    differences.push_back("impossible date: " + stored.token());
 }
 
 // An edit that may be counted in two places gives both a margin; the sum knows none.
@@ -148,21 +134,16 @@ void Ledger::compareEdits(const StoredActivity& stored, Lines& differences) cons
     differences.push_back(fmt::format("edited files: {} and not {}", storedTotal, total));
 }
 
-std::size_t Ledger::storedPossible(const StoredActivity& stored) const {
-  return static_cast<std::size_t>(
-      std::ranges::count_if(stored.events, [this](const StoredEvent& event) {
-        const auto made = events_.find(tokenOf(event));
-        return made != events_.end() && !made->second.isCertain;
-      }));
-}
-
-std::size_t Ledger::otherBranches(const StoredActivity& stored) const {
-  return static_cast<std::size_t>(
-      std::ranges::count_if(stored.events, [this](const StoredEvent& event) {
-        const auto made = events_.find(tokenOf(event));
-        return event.kind == "commit" && made != events_.end() && made->second.branch &&
-               made->second.branch != event.branch;
-      }));
+void Ledger::count(const StoredActivity& stored, std::map<std::string, int>& counts) const {
+  int& possible = counts["events stored that need not be"] = 0;
+  int& moved = counts["commits filed under another branch"] = 0;
+  for (const StoredEvent& event : stored.events) {
+    const auto made = events_.find(event.token());
+    if (made == events_.end())
+      continue;
+    possible += made->second.isCertain ? 0 : 1;
+    moved += made->second.branch && made->second.branch != event.branch ? 1 : 0;
+  }
 }
 
 }  // namespace tessivane

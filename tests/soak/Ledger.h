@@ -15,12 +15,12 @@
 #include <vector>
 
 #include "helpers/StoredActivity.h"
+#include "platform/SystemClock.h"
 #include "support/Date.h"
 
 namespace tessivane {
 
-/// What tells that something was stored: an event's "{kind}:{root}:{ref}", or the key by which an
-/// edit was counted.
+/// What tells that something was stored: that of an event, or the key by which an edit was counted.
 using Token = std::string;
 
 class Ledger final {
@@ -59,10 +59,9 @@ class Ledger final {
 
   std::size_t events() const { return events_.size(); }
   std::size_t edits() const { return edits_.size(); }
-  /// How many events were possible and are stored, and how many commits are filed under another
+  /// Counts events that were possible and are stored, and commits that are filed under another
   /// branch than that on which they were made.
-  std::size_t storedPossible(const StoredActivity& stored) const;
-  std::size_t otherBranches(const StoredActivity& stored) const;
+  void count(const StoredActivity& stored, std::map<std::string, int>& counts) const;
 
  private:
   using Lines = std::vector<std::string>;
@@ -72,9 +71,7 @@ class Ledger final {
   void compareEdits(const StoredActivity& stored, Lines& differences) const;
   void compareTransition(const StoredEvent& stored, Lines& differences) const;
 
-  const Date begin_ = now();
-  static Date now();
-
+  const Date begin_ = systemNow();
   std::map<Token, Event> events_;
   std::map<std::string, std::vector<Edit>> edits_;  // by key: where each may be counted
   std::map<std::string, std::string> sessions_;     // their roots

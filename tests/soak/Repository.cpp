@@ -31,32 +31,10 @@ std::string firstDate(const std::string& log) {
 Repository::Repository(Workshop& workshop, const std::string& name)
     : workshop_(workshop), root_(workshop.path("src/" + name)), slug_("acme/" + name) {
   fs::create_directories(root_);
-  git(root_, {"init", "--quiet", "--initial-branch=main"});
-  git(root_, {"remote", "add", "origin", "git@github.com:Acme/" + name + ".git"});
+  gitOutput(root_, {"init", "--quiet", "--initial-branch=main"});
+  gitOutput(root_, {"remote", "add", "origin", "git@github.com:Acme/" + name + ".git"});
   worktrees_.push_back({.path = root_, .branch = "main", .gitDir = root_ + "/.git"});
   commit({});
-}
-
-std::string Repository::git(const std::string& directory,
-                            const std::vector<std::string>& arguments,
-                            std::optional<Date> date) const {
-  std::vector<std::string> command = {
-      "git", "-C", directory, "-c", "gc.auto=0", "-c", "maintenance.auto=false"};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  std::vector<std::string> environment = {"HOME=" + workshop_.home.directory,
-                                          "PATH=/usr/bin:/bin",
-                                          "GIT_CONFIG_NOSYSTEM=1",
-                                          "GIT_EDITOR=true",
-                                          "GIT_AUTHOR_NAME=Ann Author",
-                                          "GIT_AUTHOR_EMAIL=ann@example.org",
-                                          "GIT_COMMITTER_NAME=Ann Author",
-                                          "GIT_COMMITTER_EMAIL=ann@example.org"};
-  if (date)
-    environment.push_back("GIT_COMMITTER_DATE=" + isoText(*date));
-  std::string text = commandOutput(command, environment);
-  while (!text.empty() && text.back() == '\n')
-    text.pop_back();
-  return text;
 }
 
 Repository::Worktree& Repository::somewhere() {
@@ -92,6 +70,10 @@ void Repository::step() {
   }
 }
 
+void Repository::expect(const Ledger::Event& event) {
+  open_.push_back(workshop_.ledger.add(event));
+}
+
 void Repository::commit(const std::vector<std::string>& arguments) {
   const Worktree& place = somewhere();
   commitAt(place, place.branch, arguments);
@@ -104,20 +86,20 @@ void Repository::commitAt(const Worktree& place,
   const std::string title = workshop_.name("Mend the thing ");
   std::vector<std::string> command = {"commit", "--quiet", "--allow-empty", "-m", title};
   command.insert(command.end(), arguments.begin(), arguments.end());
-  git(place.path, command);
-  open_.push_back(workshop_.ledger.add(Ledger::Event{.kind = "commit",
-                                                     .root = place.path,
-                                                     .ref = git(place.path, {"rev-parse", "HEAD"}),
-                                                     .title = title,
-                                                     .branch = branch}));
+  gitOutput(place.path, command);
+  expect({.kind = "commit",
+          .root = place.path,
+          .ref = gitOutput(place.path, {"rev-parse", "HEAD"}),
+          .title = title,
+          .branch = branch});
 }
 
 // Which no log of a branch tells.
 void Repository::commitOnNoBranch() {
-  Worktree& place = somewhere();
-  git(place.path, {"checkout", "--quiet", "--detach"});
+  const Worktree& place = somewhere();
+  gitOutput(place.path, {"checkout", "--quiet", "--detach"});
   commitAt(place, std::nullopt, {});
-  git(place.path, {"checkout", "--quiet", place.branch});
+  gitOutput(place.path, {"checkout", "--quiet", place.branch});
 }
 
 // A log that was read before counts two days back, and nothing counts that is older.
@@ -129,29 +111,29 @@ void Repository::commitOfOldDate() {
   ++workshop_.counts["commits of an old date"];
   const std::string title = workshop_.name("Mend the old thing ");
   const Date date = Workshop::now() - std::chrono::hours(isTooOld ? 60 : 20);
-  git(place.path, {"commit", "--quiet", "--allow-empty", "-m", title}, date);
-  if (isTooOld)
-    return;
-  open_.push_back(workshop_.ledger.add(Ledger::Event{.kind = "commit",
-                                                     .root = place.path,
-                                                     .ref = git(place.path, {"rev-parse", "HEAD"}),
-                                                     .title = title}));
+  gitOutput(place.path,
+            {"commit", "--quiet", "--allow-empty", "-m", title},
+            {"GIT_COMMITTER_DATE=" + isoText(date)});
+  if (!isTooOld)
+    expect({.kind = "commit",
+            .root = place.path,
+            .ref = gitOutput(place.path, {"rev-parse", "HEAD"}),
+            .title = title});
 }
 
 void Repository::branch(bool switchesToIt) {
   ++workshop_.counts["branches"];
   const std::string name = workshop_.name("feature/b");
   if (switchesToIt) {
-    git(root_, {"checkout", "--quiet", "-b", name});
+    gitOutput(root_, {"checkout", "--quiet", "-b", name});
     branches_.push_back(worktrees_.front().branch);
     worktrees_.front().branch = name;
   } else {
-    git(root_, {"branch", name});
+    gitOutput(root_, {"branch", name});
     branches_.push_back(name);
   }
   const std::string date = firstDate(root_ + "/.git/logs/refs/heads/" + name);
-  open_.push_back(workshop_.ledger.add(Ledger::Event{
-      .kind = "branched", .root = root_, .ref = "branch:" + name + "@" + date, .title = name}));
+  expect({.kind = "branched", .root = root_, .ref = "branch:" + name + "@" + date, .title = name});
 }
 
 // Git writes the log of the branch and then that of the worktree. Whoever looks in between sees a
@@ -161,16 +143,15 @@ void Repository::addWorktree() {
   const std::string name = workshop_.name("tree");
   const std::string branch = "work/" + name;
   const std::string path = root_ + "-" + name;
-  git(root_, {"worktree", "add", "--quiet", "-b", branch, path});
-  const std::string gitDir = root_ + "/.git/worktrees/" + fs::path(path).filename().string();
-  worktrees_.push_back({.path = path, .branch = branch, .gitDir = gitDir});
+  gitOutput(root_, {"worktree", "add", "--quiet", "-b", branch, path});
   const std::string title = fs::path(path).filename().string();
-  open_.push_back(workshop_.ledger.add(
-      Ledger::Event{.kind = "branched",
-                    .root = path,
-                    .ref = "worktree:" + title + "@" + firstDate(gitDir + "/logs/HEAD"),
-                    .title = title,
-                    .detail = "worktree"}));
+  const std::string gitDir = root_ + "/.git/worktrees/" + title;
+  worktrees_.push_back({.path = path, .branch = branch, .gitDir = gitDir});
+  expect({.kind = "branched",
+          .root = path,
+          .ref = "worktree:" + title + "@" + firstDate(gitDir + "/logs/HEAD"),
+          .title = title,
+          .detail = "worktree"});
   const std::string date = firstDate(root_ + "/.git/logs/refs/heads/" + branch);
   for (const std::string& root : {path, root_}) {
     workshop_.ledger.add(Ledger::Event{.kind = "branched",
@@ -185,7 +166,7 @@ void Repository::removeWorktree() {
   if (worktrees_.size() < 2 || !isAllStored())
     return;
   ++workshop_.counts["removed worktrees"];
-  git(root_, {"worktree", "remove", "--force", worktrees_.back().path});
+  gitOutput(root_, {"worktree", "remove", "--force", worktrees_.back().path});
   branches_.push_back(worktrees_.back().branch);
   worktrees_.pop_back();
 }
@@ -197,13 +178,13 @@ void Repository::tidyUp() {
   ++workshop_.counts["tidying up in repositories"];
   switch (workshop_.random.below(5)) {
     case 0:
-      git(root_, {"reflog", "expire", "--expire=now", "--all"});
+      gitOutput(root_, {"reflog", "expire", "--expire=now", "--all"});
       return;
     case 1:
-      git(root_, {"gc", "--quiet"});
+      gitOutput(root_, {"gc", "--quiet"});
       return;
     case 2:
-      git(root_, {"reset", "--quiet", "--hard", "HEAD"});
+      gitOutput(root_, {"reset", "--quiet", "--hard", "HEAD"});
       return;
     default:
       break;
@@ -211,10 +192,10 @@ void Repository::tidyUp() {
   if (branches_.empty() || branches_.back() == "main")
     return;
   if (workshop_.random.chance(50)) {
-    git(root_, {"branch", "-m", branches_.back(), branches_.back() + "-renamed"});
+    gitOutput(root_, {"branch", "-m", branches_.back(), branches_.back() + "-renamed"});
     branches_.back() += "-renamed";
   } else {
-    git(root_, {"branch", "-D", branches_.back()});
+    gitOutput(root_, {"branch", "-D", branches_.back()});
     branches_.pop_back();
   }
 }

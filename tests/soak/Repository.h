@@ -3,7 +3,6 @@
 // A person at the command line of git, in one repository with its linked worktrees: what is done
 // there is done by the real git, and what must come of it stands in the ledger.
 
-#include <initializer_list>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,9 +30,7 @@ class Repository final {
     std::string gitDir;  ///< where git keeps its HEAD and logs
   };
 
-  std::string git(const std::string& directory,
-                  const std::vector<std::string>& arguments,
-                  std::optional<Date> date = {}) const;
+  void expect(const Ledger::Event& event);
   void commit(const std::vector<std::string>& arguments);
   void commitAt(const Worktree& place,
                 const std::optional<std::string>& branch,

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <csignal>
-#include <filesystem>
+#include <iterator>
 #include <thread>
 #include <utility>
 
@@ -69,15 +69,10 @@ void Soak::addCodex() {
       workshop_, codexDatabase_, repository.root(), repository.slug()));
 }
 
-void Soak::complain(const std::string& sentence) {
-  complaints_.push_back(sentence);
-}
-
 // Does something to files that nobody else may have touched since the last time.
 void Soak::within(const std::string& directory, const std::function<void()>& task) {
   const std::string path = workshop_.path(directory);
-  for (const std::string& difference : stamps_.differences(path))
-    complain(difference);
+  std::ranges::copy(stamps_.differences(path), std::back_inserter(complaints_));
   task();
   stamps_.adopt(path);
 }
@@ -115,42 +110,30 @@ void Soak::end(int signal) {
   if (signal != SIGKILL)
     longestEnd_ = std::max(longestEnd_, Clock::now() - begin);
   if (!isGood)
-    complain(status ? fmt::format("the program ended with status {:#x}", *status)
-                    : "the program does not end when asked");
+    complaints_.push_back(status ? fmt::format("the program ended with status {:#x}", *status)
+                                 : "the program does not end when asked");
   run_.reset();
 }
 
 // What the program meets on a bad day. One trouble at a time, but for the database that somebody
 // holds.
 void Soak::makeTrouble() {
-  const bool isUp = run_ != nullptr && !goOn_;
   const auto moment = milliseconds(workshop_.random.below(1'500));
-  switch (workshop_.random.below(5)) {
-    case 0:
-      if (!isUp)
-        return;
-      ++workshop_.counts["kills"];
-      end(SIGKILL);
-      startAgain_ = Clock::now() + moment;
-      return;
-    case 1:
-      if (!isUp)
-        return;
-      ++workshop_.counts["ends"];
-      end(SIGTERM);
-      startAgain_ = Clock::now() + moment;
-      return;
-    case 2:
-      if (!isUp)
-        return;
-      ++workshop_.counts["stops"];
-      run_->signal(SIGSTOP);
-      goOn_ = Clock::now() + moment;
-      return;
-    default:
-      // Now and then for longer than the program waits.
-      if (lock_ == nullptr)
-        hold(workshop_.random.chance(30) ? moment * 4 : moment);
+  const std::size_t choice = workshop_.random.below(5);
+  if (choice > 2) {
+    // Now and then for longer than the program waits.
+    if (lock_ == nullptr)
+      hold(workshop_.random.chance(30) ? moment * 4 : moment);
+  } else if (run_ == nullptr || goOn_) {
+    return;
+  } else if (choice == 2) {
+    ++workshop_.counts["stops"];
+    run_->signal(SIGSTOP);
+    goOn_ = Clock::now() + moment;
+  } else {
+    ++workshop_.counts[choice == 0 ? "kills" : "ends"];
+    end(choice == 0 ? SIGKILL : SIGTERM);
+    startAgain_ = Clock::now() + moment;
   }
 }
 
@@ -182,8 +165,8 @@ void Soak::goOn() {
 void Soak::watchOver() {
   const auto now = Clock::now();
   if (run_ != nullptr && !run_->isRunning()) {
-    complain(fmt::format("the program ended by itself with status {:#x}",
-                         run_->wait(seconds(0)).value_or(0)));
+    complaints_.push_back(fmt::format("the program ended by itself with status {:#x}",
+                                      run_->wait(seconds(0)).value_or(0)));
     run_.reset();
     startAgain_ = now;
   }
@@ -248,20 +231,16 @@ std::vector<std::string> Soak::conclude() {
   }
   if (run_ != nullptr)
     end(SIGTERM);
-  for (const std::string& difference : stamps_.differences(workshop_.home.home()))
-    complain(difference);
+  std::ranges::copy(stamps_.differences(workshop_.home.home()), std::back_inserter(complaints_));
   const auto stored = StoredActivity::read(workshop_.home.database());
   if (!stored) {
-    complain("the database cannot be read");
+    complaints_.push_back("the database cannot be read");
     return complaints_;
   }
   std::ranges::copy(workshop_.ledger.differences(*stored), std::back_inserter(complaints_));
   if (const std::string found = StoredActivity::integrity(workshop_.home.database()); found != "ok")
-    complain("the database is damaged: " + found);
-  workshop_.counts["events stored that need not be"] =
-      static_cast<int>(workshop_.ledger.storedPossible(*stored));
-  workshop_.counts["commits filed under another branch"] =
-      static_cast<int>(workshop_.ledger.otherBranches(*stored));
+    complaints_.push_back("the database is damaged: " + found);
+  workshop_.ledger.count(*stored, workshop_.counts);
   return complaints_;
 }
 

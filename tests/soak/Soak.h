@@ -54,7 +54,6 @@ class Soak final {
   void watchOver();
   void finishWork();
   bool settles(std::chrono::seconds limit);
-  void complain(const std::string& sentence);
 
   const std::string program_;
   Workshop workshop_;

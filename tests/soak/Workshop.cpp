@@ -21,7 +21,7 @@ void Witness::look() {
   cursors_ = std::move(stored->cursors);
   seen_ = std::move(stored->seen);
   for (const StoredEvent& event : stored->events)
-    seen_.insert(event.kind + ":" + event.root + ":" + event.ref);
+    seen_.insert(event.token());
 }
 
 bool Witness::sees(const Token& token) {
