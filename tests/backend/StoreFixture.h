@@ -4,7 +4,7 @@
 
 #include <filesystem>
 #include <memory>
-#include <ranges>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -50,18 +50,20 @@ inline ActivityEvent commitEvent(const std::string& ref, Date date = noon) {
 
 inline std::vector<std::string> titlesOf(const std::vector<ActivityEvent>& events) {
   std::vector<std::string> all;
+  all.reserve(events.size());
   for (const ActivityEvent& event : events)
     all.push_back(event.title);
   return all;
 }
 inline std::vector<std::string> kindsAndTitlesOf(const std::vector<ActivityEvent>& events) {
   std::vector<std::string> all;
+  all.reserve(events.size());
   for (const ActivityEvent& event : events)
     all.push_back(std::string(rawValue(event.kind)) + " " + event.title);
   return all;
 }
 /// How many edits the minutes hold.
-inline std::int64_t filesOf(std::ranges::range auto&& buckets) {
+inline std::int64_t filesOf(std::span<const EditBucket> buckets) {
   std::int64_t sum = 0;
   for (const EditBucket& bucket : buckets)
     sum += bucket.files;
@@ -85,10 +87,6 @@ class StoreTest : public testing::Test {
   void leavePages(std::int64_t spare) {
     const auto pages = store().db().query("pragma page_count").front().integer("page_count");
     store().db().query("pragma max_page_count = " + std::to_string(*pages + spare));
-  }
-  std::int64_t count(const std::string& table) {
-    const auto rows = store().db().query("select count(*) as n from " + table);
-    return rows.empty() ? -1 : rows.front().integer("n").value_or(-1);
   }
 
   TempHome home_;
