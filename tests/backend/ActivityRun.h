@@ -58,6 +58,15 @@ struct ScriptedFileEvents {
         watch->handler({path}, false);
     }
   }
+  /// What is watched now.
+  std::vector<std::string> watched() const {
+    std::vector<std::string> all;
+    for (const auto& weak : watches) {
+      if (const auto watch = weak.lock())
+        all.insert(all.end(), watch->paths.begin(), watch->paths.end());
+    }
+    return all;
+  }
   void rescan() const {
     const auto copy = watches;
     for (const auto& weak : copy) {
@@ -139,6 +148,10 @@ class ActivityRun : public testing::Test {
     sessions_.push_back(session);
     return sessions_.back();
   }
+  void addSessionWithTranscript(const std::string& id) {
+    addSession(id);
+    home_.write(relative(id), "", clock_.now());
+  }
   static std::string relative(const std::string& id) {
     return ".claude/projects/s/" + id + ".jsonl";
   }
@@ -150,6 +163,11 @@ class ActivityRun : public testing::Test {
       home_.append(relative(id), line.dump() + "\n");
     }
     home_.setModified(relative(id), shifted(clock_.now(), -age));
+  }
+  void sayOn(const std::string& id, const std::string& branch) {
+    json line = claude::message("user", "Go");
+    line["gitBranch"] = branch;
+    say(id, {line});
   }
   void sayEdit(const std::string& id, const std::string& path, Seconds age = Seconds(0)) {
     say(id, {claude::edit("e" + std::to_string(++calls_), home_.path(path))}, age);
@@ -170,12 +188,7 @@ class ActivityRun : public testing::Test {
       all.insert(all.end(), batch.events.begin(), batch.events.end());
     return all;
   }
-  std::vector<std::string> titles() const {
-    std::vector<std::string> all;
-    for (const ActivityEvent& event : events())
-      all.push_back(event.title);
-    return all;
-  }
+  std::vector<std::string> titles() const { return titlesOf(events()); }
   /// How many edits the minutes handed over so far hold in their last states.
   std::int64_t editedFiles() const {
     std::map<std::string, std::int64_t> files;

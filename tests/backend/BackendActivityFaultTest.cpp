@@ -83,10 +83,7 @@ class BackendActivityFaultTest : public ActivityRun {
   }
   /// What of it is stored.
   void expectAllOnce() {
-    std::vector<std::string> all;
-    for (const ActivityEvent& event : stored().events)
-      all.push_back(std::string(rawValue(event.kind)) + " " + event.title);
-    EXPECT_THAT(all,
+    EXPECT_THAT(kindsAndTitlesOf(stored().events),
                 UnorderedElementsAre("commit Begin",
                                      "commit Work",
                                      "prOpened Before",
@@ -96,10 +93,7 @@ class BackendActivityFaultTest : public ActivityRun {
                                      "needsYou Session a",
                                      "started Session a",
                                      "started Session b"));
-    std::int64_t files = 0;
-    for (const EditBucket& bucket : stored().edits)
-      files += bucket.files;
-    EXPECT_EQ(files, 1);
+    EXPECT_EQ(filesOf(stored().edits), 1);
     std::set<std::string> ids;
     for (const ActivityEvent& event : events())
       ids.insert(event.id);
@@ -110,6 +104,20 @@ class BackendActivityFaultTest : public ActivityRun {
     EXPECT_EQ(editedFiles(), 1);
   }
 
+  /// Something becomes wrong while there is work, and right again. All is stored in the end.
+  void outlive(const std::function<void()>& fault, const std::function<void()>& mend) {
+    begin();
+    work();
+    fault();
+    refresh();
+    tell();
+    queue_.advance(100s);
+    mend();
+    queue_.advance(61s);
+    workOn();
+    expectAllOnce();
+  }
+
   GitRepository repository_{home_, "work/shed"};
   std::string firstCommit_;
 };
@@ -117,17 +125,11 @@ class BackendActivityFaultTest : public ActivityRun {
 TEST_F(BackendActivityFaultTest, MakesGoodWhatALockPrevented) {
   home_.makeDirectory("data");
   const DatabaseOwner other(dbPath_);
-  begin();
-  other.run("begin immediate; create table theirs(x)");
-  work();
-  refresh();
-  tell();
-  EXPECT_TRUE(events().empty());
-  queue_.advance(100s);
-  other.run("commit");
-  queue_.advance(61s);
-  workOn();
-  expectAllOnce();
+  outlive([&] { other.run("begin immediate; create table theirs(x)"); },
+          [&] {
+            EXPECT_TRUE(events().empty());
+            other.run("commit");
+          });
 }
 
 /// A statement in the midst of a pass is refused, alone or with all that was stored before it.
@@ -137,18 +139,13 @@ class BackendActivityRefusalTest : public BackendActivityFaultTest,
 TEST_P(BackendActivityRefusalTest, MakesGoodWhatItPrevented) {
   home_.makeDirectory("data");
   const DatabaseOwner other(dbPath_);
-  begin();
   const std::string refusal = " begin select raise(" + std::string(GetParam()) + ", 'no'); end;";
-  other.run("create trigger t1 before insert on events when new.ref = '1'" + refusal +
-            "create trigger t2 before insert on events when new.title = 'Work'" + refusal);
-  work();
-  refresh();
-  tell();
-  queue_.advance(10s);
-  other.run("drop trigger t1; drop trigger t2");
-  queue_.advance(61s);
-  workOn();
-  expectAllOnce();
+  outlive(
+      [&] {
+        other.run("create trigger t1 before insert on events when new.ref = '1'" + refusal +
+                  "create trigger t2 before insert on events when new.title = 'Work'" + refusal);
+      },
+      [&] { other.run("drop trigger t1; drop trigger t2"); });
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, BackendActivityRefusalTest, testing::Values("abort", "rollback"));
@@ -158,18 +155,12 @@ class BackendActivityFullDiskTest : public BackendActivityFaultTest,
                                     public testing::WithParamInterface<int> {};
 
 TEST_P(BackendActivityFullDiskTest, MakesGoodWhatItPrevented) {
-  begin();
-  work();
-  {
-    const FullDisk full(fs::file_size(dbPath_ + "-wal") + static_cast<rlim_t>(GetParam()));
-    refresh();
-    tell();
-    queue_.advance(100s);
-    EXPECT_LT(stored().events.size(), 4U);
-  }
-  queue_.advance(61s);
-  workOn();
-  expectAllOnce();
+  std::optional<FullDisk> full;
+  outlive([&] { full.emplace(fs::file_size(dbPath_ + "-wal") + static_cast<rlim_t>(GetParam())); },
+          [&] {
+            EXPECT_LT(stored().events.size(), 4U);
+            full.reset();
+          });
 }
 
 INSTANTIATE_TEST_SUITE_P(Spare, BackendActivityFullDiskTest, testing::Values(0, 3000, 9000));
@@ -196,19 +187,17 @@ TEST_P(BackendActivityLossTest, GoesOnInANewFile) {
 INSTANTIATE_TEST_SUITE_P(Kinds, BackendActivityLossTest, testing::Bool());
 
 TEST_F(BackendActivityFaultTest, WaitsUntilItsFileCanBeMadeAgain) {
-  begin();
-  fs::rename(home_.path("data"), home_.path("aside"));
-  home_.write("data", "in the way");
-  work();
-  refresh();
-  tell();
-  files_.rescan();
-  queue_.advance(2h);
-  fs::remove(home_.path("data"));
-  fs::rename(home_.path("aside"), home_.path("data"));
-  queue_.advance(61s);
-  workOn();
-  expectAllOnce();
+  outlive(
+      [this] {
+        fs::rename(home_.path("data"), home_.path("aside"));
+        home_.write("data", "in the way");
+      },
+      [this] {
+        files_.rescan();
+        queue_.advance(2h);
+        fs::remove(home_.path("data"));
+        fs::rename(home_.path("aside"), home_.path("data"));
+      });
 }
 
 TEST_F(BackendActivityFaultTest, SetsADamagedFileAside) {

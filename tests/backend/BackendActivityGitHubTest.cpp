@@ -45,18 +45,13 @@ class BackendActivityGitHubTest : public ActivityRun {
     worker_.runPending();
     queue_.advance(2s);
   }
-  /// "{kind} {project} {session} {title}" of each event.
-  static std::vector<std::string> lines(const std::vector<ActivityEvent>& events) {
+  /// "{kind} {project} {session} {title}" of what was told since the last call.
+  std::vector<std::string> told() {
     std::vector<std::string> all;
-    all.reserve(events.size());
-    for (const ActivityEvent& event : events) {
+    for (const ActivityEvent& event : events()) {
       all.push_back(std::string(rawValue(event.kind)) + " " + event.projectName + " " +
                     event.sessionID.value_or("-") + " " + event.title);
     }
-    return all;
-  }
-  std::vector<std::string> told() {
-    auto all = lines(events());
     batches_.clear();
     return all;
   }
@@ -86,10 +81,8 @@ TEST_F(BackendActivityGitHubTest, FilesPullRequestsWhereTheyBelong) {
 
   // From now on there is a clone, and a session on the branch.
   addSession("a");
-  home_.write(relative("a"), claude::message("user", "Go").dump() + "\n", clock_.now());
-  json line = claude::message("user", "Go");
-  line["gitBranch"] = "door";
-  say("a", {line});
+  sayOn("a", "main");
+  sayOn("a", "door");
   refresh();
   told();
   json merged = pullRequest(2, "Second", 0s);
@@ -106,8 +99,7 @@ TEST_F(BackendActivityGitHubTest, FilesPullRequestsWhereTheyBelong) {
 }
 
 TEST_F(BackendActivityGitHubTest, ImprovesWhatATranscriptTold) {
-  addSession("a");
-  home_.write(relative("a"), "", clock_.now());
+  addSessionWithTranscript("a");
   start();
   refresh();
   poll({});
@@ -141,10 +133,8 @@ TEST_F(BackendActivityGitHubTest, AsksAgainForWhatCouldNotBeStored) {
   start();
   refresh();
   poll({pullRequest(1, "First")});
-  const std::string search = [this] {
-    poll({});
-    return lastSearch();
-  }();
+  poll({});
+  const std::string search = lastSearch();
   other.run("begin immediate; create table theirs(x)");
   poll({pullRequest(2, "Second")});
   poll({pullRequest(2, "Second")});
@@ -205,32 +195,30 @@ TEST_F(BackendActivityGitHubTest, KeepsTheTokenOutOfFilesAndWords) {
 }
 
 TEST_F(BackendActivityGitHubTest, AsksWhileItIsWantedAndWhenTheSignInChanges) {
+  const auto requests = [this](Seconds later = 0s) {
+    queue_.advance(later);
+    worker_.runPending();
+    queue_.runPending();
+    return transport_->requests.size();
+  };
+  const auto set = [this](bool isWanted) {
+    defaults_.set("activity.github", isWanted);
+    store().settingsDidChange();
+  };
   defaults_.remove("activity.github");
   start();
   refresh();
-  poll({});
-  EXPECT_EQ(transport_->requests.size(), 0U);
-  defaults_.set("activity.github", true);
-  store().settingsDidChange();
-  queue_.runPending();
-  worker_.runPending();
-  queue_.runPending();
-  EXPECT_EQ(transport_->requests.size(), 1U);
+  EXPECT_EQ(requests(62s), 0U);
+  set(true);
+  EXPECT_EQ(requests(), 1U);
   auth_->signIn("you", "other");
-  queue_.runPending();
-  worker_.runPending();
-  EXPECT_EQ(transport_->requests.size(), 2U);
+  EXPECT_EQ(requests(), 2U);
   store().settingsDidChange();  // of another setting
-  queue_.runPending();
-  worker_.runPending();
-  EXPECT_EQ(transport_->requests.size(), 2U);
-  defaults_.set("activity.github", false);
-  store().settingsDidChange();
+  EXPECT_EQ(requests(), 2U);
+  set(false);
   queue_.advance(600s);
   auth_->signIn("me", "secret");
-  queue_.advance(600s);
-  worker_.runPending();
-  EXPECT_EQ(transport_->requests.size(), 2U);
+  EXPECT_EQ(requests(600s), 2U);
 }
 
 }  // namespace

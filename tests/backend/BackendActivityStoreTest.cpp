@@ -3,9 +3,8 @@
 
 #include "backend/BackendActivityStore.h"
 
+#include <array>
 #include <chrono>
-#include <functional>
-#include <map>
 
 #include <gmock/gmock.h>
 
@@ -72,8 +71,7 @@ TEST_F(BackendActivityStoreTest, GoesOnFromItsCursors) {
 }
 
 TEST_F(BackendActivityStoreTest, HandsOverOneBatchASecond) {
-  addSession("a");
-  home_.write(relative("a"), "");
+  addSessionWithTranscript("a");
   startWithSessions();
   for (int number = 1; number <= 5; ++number) {
     openPullRequest("a", number);
@@ -100,58 +98,38 @@ TEST_F(BackendActivityStoreTest, ScansWhatHasChanged) {
   GitRepository repository(home_, "work/shed");
   repository.commit("Begin");
   clock_.set(repository.now());
-  addSession("a");
-  home_.write(relative("a"), "", clock_.now());
+  addSessionWithTranscript("a");
   home_.makeDirectory(".t3/userdata");
   startWithSessions();
-  struct Row {
-    std::string name;
-    std::function<void()> change;
-    std::string path;
-    bool told = true;
-    bool asksForRefresh = false;
+  const auto tellOf = [&](const std::string& path, std::size_t told, int refreshes) {
+    SCOPED_TRACE(path);
+    batches_.clear();
+    sourceChanges_ = 0;
+    clock_.set(std::max(clock_.now(), repository.now()));
+    files_.change(path);
+    EXPECT_EQ(sourceChanges_, refreshes);
+    queue_.advance(0.9s);  // the stat poll is still to come
+    EXPECT_EQ(events().size(), told);
   };
   const std::string git = repository.gitDir();
   const std::string tree = home_.path("work/side");
-  for (const Row& row : {
-           Row{"transcript",
-               [&] { openPullRequest("a", 1); },
-               home_.path(relative("a")),
-               true,
-               true},
-           Row{"commit", [&] { repository.commit("Two"); }, git + "/logs/HEAD"},
-           Row{"logs", [&] { repository.commit("Two and a half"); }, git + "/logs"},
-           Row{"branch",
-               [&] {
-                 repository.git({"branch", "x/y"});
-               },
-               git + "/logs/refs/heads/x"},
-           Row{"worktree",
-               [&] {
-                 repository.git({"worktree", "add", "-b", "side", tree});
-               },
-               git + "/worktrees"},
-           Row{"commit there",
-               [&] { repository.commitIn(tree, "Three"); },
-               git + "/worktrees/side/logs/HEAD"},
-           Row{"index there",
-               [&] { repository.commitIn(tree, "Four"); },
-               git + "/worktrees/side/index",
-               false},
-           Row{"other transcript", [] {}, home_.path(".claude/projects/s/b.jsonl"), false, true},
-           Row{"T3", [] {}, home_.path(".t3/userdata/state.sqlite-wal"), false, true},
-           Row{"T3's logs", [] {}, home_.path(".t3/userdata/server.log"), false},
-       }) {
-    SCOPED_TRACE(row.name);
-    batches_.clear();
-    sourceChanges_ = 0;
-    row.change();
-    clock_.set(std::max(clock_.now(), repository.now()));
-    files_.change(row.path);
-    EXPECT_EQ(sourceChanges_, row.asksForRefresh ? 1 : 0);
-    queue_.advance(0.9s);  // the stat poll is still to come
-    EXPECT_EQ(events().size(), row.told ? 1U : 0U);
-  }
+  openPullRequest("a", 1);
+  tellOf(home_.path(relative("a")), 1, 1);
+  repository.commit("Two");
+  tellOf(git + "/logs/HEAD", 1, 0);
+  repository.commit("Two and a half");
+  tellOf(git + "/logs", 1, 0);
+  repository.git({"branch", "x/y"});
+  tellOf(git + "/logs/refs/heads/x", 1, 0);
+  repository.git({"worktree", "add", "-b", "side", tree});
+  tellOf(git + "/worktrees", 1, 0);
+  repository.commitIn(tree, "Three");
+  tellOf(git + "/worktrees/side/logs/HEAD", 1, 0);
+  repository.commitIn(tree, "Four");
+  tellOf(git + "/worktrees/side/index", 0, 0);
+  tellOf(home_.path(".claude/projects/s/other.jsonl"), 0, 1);
+  tellOf(home_.path(".t3/userdata/state.sqlite-wal"), 0, 1);
+  tellOf(home_.path(".t3/userdata/server.log"), 0, 0);
   files_.rescan();
   queue_.advance(2s);
   EXPECT_THAT(titles(), ElementsAre("Four"));
@@ -166,8 +144,7 @@ TEST_P(BackendActivityPollTest, NoticesWhatHasChangedAllTheSame) {
   GitRepository repository(home_, "work/shed");
   repository.commit("Begin");
   clock_.set(repository.now());
-  addSession("a");
-  home_.write(relative("a"), "", clock_.now());
+  addSessionWithTranscript("a");
   startWithSessions();
   if (GetParam() == 2)
     files_.problem("Too many directories");
@@ -187,48 +164,36 @@ TEST_F(BackendActivityStoreTest, FollowsWhereSessionsWork) {
   const GitRepository second(home_, "work/barn");
   addSession("a");
   startWithSessions();
-  const auto watched = [this] {
-    std::vector<std::string> all;
-    for (const auto& weak : files_.watches) {
-      if (const auto watch = weak.lock())
-        all.insert(all.end(), watch->paths.begin(), watch->paths.end());
-    }
-    return all;
-  };
   std::vector<std::string> expected = {home_.path(".claude/projects"),
                                        home_.path(".codex/sessions"),
                                        home_.path(".t3/userdata"),
                                        first.gitDir() + "/logs",
                                        first.gitDir() + "/worktrees"};
-  EXPECT_EQ(watched(), expected);
-  // The watch that goes has not told of it yet.
-  first.commit("Just before");
-  clock_.set(first.now());
+  EXPECT_EQ(files_.watched(), expected);
   addSession("b", "work/barn");
   refresh();
   expected.insert(expected.begin() + 3,
                   {second.gitDir() + "/logs", second.gitDir() + "/worktrees"});
-  EXPECT_EQ(watched(), expected);
+  EXPECT_EQ(files_.watched(), expected);
   EXPECT_EQ(files_.mostAtOnce, 2);
-  EXPECT_EQ(stored().events.size(), 1U);
-  // Nor is it told where the file system knows no events, until a session goes on there.
+  // Where the file system knows no events, a session that goes on there tells.
   first.commit("Untold");
   clock_.set(first.now());
   const auto made = files_.watches.size();
   sessions_.front().activity += 1s;
   refresh();
   EXPECT_EQ(files_.watches.size(), made);
-  EXPECT_EQ(stored().events.size(), 2U);
+  EXPECT_EQ(stored().events.size(), 1U);
   // "git init" where a session has begun.
   addSession("c", "work/loft");
   refresh();
-  EXPECT_EQ(watched(), expected);
+  EXPECT_EQ(files_.watched(), expected);
   const GitRepository third(home_, "work/loft");
   sessions_.back().activity += 1s;
   refresh();
-  EXPECT_THAT(watched(), testing::Contains(third.gitDir() + "/logs"));
+  EXPECT_THAT(files_.watched(), testing::Contains(third.gitDir() + "/logs"));
   quit();
-  EXPECT_THAT(watched(), IsEmpty());
+  EXPECT_THAT(files_.watched(), IsEmpty());
 }
 
 // What the old watch has gathered and not told goes with it.
@@ -261,16 +226,13 @@ TEST_F(BackendActivityStoreTest, TellsWhatTheSessionsDo) {
   queue_.advance(2s);
   ASSERT_EQ(events().size(), 1U);
   EXPECT_EQ(events()[0].kind, ActivityKind::finished);
-  std::vector<std::string> all;
-  for (const ActivityEvent& event : stored().events)
-    all.push_back(std::string(rawValue(event.kind)) + " " + event.title);
-  EXPECT_THAT(all, ElementsAre("started Session a", "started Subagent", "finished Session a"));
+  EXPECT_THAT(kindsAndTitlesOf(stored().events),
+              ElementsAre("started Session a", "started Subagent", "finished Session a"));
 }
 
 // The pull request stands where GitHub saw it first; the transcript adds nothing.
 TEST_F(BackendActivityStoreTest, KnowsAPullRequestFromElsewhere) {
-  addSession("a");
-  home_.write(relative("a"), "", clock_.now());
+  addSessionWithTranscript("a");
   startWithSessions();
   ActivityEvent known = commitEvent("7", clock_.now());
   known.kind = ActivityKind::prOpened;
@@ -294,34 +256,26 @@ TEST_F(BackendActivityStoreTest, NamesTheBranchThatATranscriptIsOn) {
   int number = 0;
   for (const std::string branch : {"door", "HEAD"}) {
     openPullRequest("a", ++number);
-    json line = claude::message("user", "Go");
-    line["gitBranch"] = branch;
-    say("a", {line});
+    sayOn("a", branch);
     queue_.advance(3s);
     EXPECT_EQ(events().back().branch, branch == "HEAD" ? std::nullopt : std::optional(branch));
   }
 }
 
 TEST_F(BackendActivityStoreTest, ShowsPathsAsAPersonKnowsThem) {
-  const std::string home = "/home/ann";
-  struct Row {
-    const char* path;
-    const char* root;
-    const char* shown;
-  };
-  for (const Row& row : {Row{"/home/ann/shed/src/a.c", "/home/ann/shed", "src/a.c"},
-                         Row{"/home/ann/shed2/a.c", "/home/ann/shed", "~/shed2/a.c"},
-                         Row{"/home/ann/a.c", "", "~/a.c"},
-                         Row{"/home/anna/a.c", "", "/home/anna/a.c"},
-                         Row{"a.c", "/home/ann/shed", "a.c"},
-                         Row{"/srv/shed/a.c", "/srv/shed", "a.c"}}) {
-    EXPECT_EQ(shownPath(row.path, row.root, home), row.shown);
-  }
+  using Row = std::array<const char*, 3>;  // path, root, and what is shown
+  for (const auto& [path, root, shown] :
+       {Row{"/home/ann/shed/src/a.c", "/home/ann/shed", "src/a.c"},
+        Row{"/home/ann/shed2/a.c", "/home/ann/shed", "~/shed2/a.c"},
+        Row{"/home/ann/a.c", "", "~/a.c"},
+        Row{"/home/anna/a.c", "", "/home/anna/a.c"},
+        Row{"a.c", "/home/ann/shed", "a.c"},
+        Row{"/srv/shed/a.c", "/srv/shed", "a.c"}})
+    EXPECT_EQ(shownPath(path, root, "/home/ann"), shown);
 }
 
 TEST_F(BackendActivityStoreTest, StopsAndStartsAgain) {
-  addSession("a");
-  home_.write(relative("a"), "", clock_.now());
+  addSessionWithTranscript("a");
   for (int run = 1; run <= 10; ++run) {
     batches_.clear();
     start();
@@ -367,8 +321,7 @@ TEST_F(BackendActivityStoreTest, EndsAPassEarlyWhenItIsStopped) {
 
 // A clock that is set must neither hold anything up nor set off a storm.
 TEST_F(BackendActivityStoreTest, LivesThroughAClockThatIsSet) {
-  addSession("a");
-  home_.write(relative("a"), "", clock_.now());
+  addSessionWithTranscript("a");
   startWithSessions();
   int number = 0;
   for (const auto jump : {-26h, 3h, -1h, 40h}) {

@@ -66,11 +66,11 @@ class BackendActivityT3Test : public ActivityRun {
   std::vector<std::string> filed() const {
     std::vector<std::string> lines;
     for (const EditBucket& bucket : stored().edits) {
-      std::string line =
-          fmt::format("{} {} {}", bucket.sessionID.value_or("-"), bucket.projectName, bucket.files);
-      for (const std::string& path : bucket.paths)
-        line += " " + path;
-      lines.push_back(line);
+      lines.push_back(fmt::format("{} {} {} {}",
+                                  bucket.sessionID.value_or("-"),
+                                  bucket.projectName,
+                                  bucket.files,
+                                  fmt::join(bucket.paths, " ")));
     }
     return lines;
   }
@@ -118,10 +118,7 @@ TEST_F(BackendActivityT3Test, CountsAnEditOnceWhoeverTellsIt) {
   scan();
   say("c", {claude::edit("toolu_2", home_.path("work/shed/b"))});
   refresh();
-  std::int64_t files = 0;
-  for (const EditBucket& bucket : stored().edits)
-    files += bucket.files;
-  EXPECT_EQ(files, 2);
+  EXPECT_EQ(filesOf(stored().edits), 2);
 }
 
 TEST_F(BackendActivityT3Test, WaitsForTwoDaysToLearnWhereAnEditBelongs) {

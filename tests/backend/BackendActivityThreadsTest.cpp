@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "SampleLines.h"
+#include "StoreFixture.h"
 #include "activity/ActivityFeed.h"
 #include "backend/BackendActivitySource.h"
 #include "helpers/Event.h"
@@ -65,12 +66,8 @@ class BackendActivityThreadsTest : public testing::Test {
     return config;
   }
   std::int64_t storedEdits() const {
-    std::int64_t sum = 0;
-    const auto history =
-        BackendEventStore::open(home_.path("data/activity.sqlite"))->history(distantPast);
-    for (const EditBucket& bucket : history.edits)
-      sum += bucket.files;
-    return sum;
+    const auto store = BackendEventStore::open(home_.path("data/activity.sqlite"));
+    return filesOf(store->history(distantPast).edits);
   }
   /// Runs the task on the main queue and waits for it.
   void onMain(const std::function<void()>& task) {
@@ -103,10 +100,7 @@ TEST_F(BackendActivityThreadsTest, ServesItsFeedWhileEverythingHappensAtOnce) {
     subscription = feed->subscribe([&] {
       // Told before each change, so it is looked at in a task of its own.
       main_.async([&] {
-        std::int64_t files = 0;
-        for (const EditBucket& bucket : feed->edits())
-          files += bucket.files;
-        if (files == std::int64_t{2} * transcripts * editsEach && feed->events().size() >= 140)
+        if (filesOf(feed->edits()) == 2 * transcripts * editsEach && feed->events().size() >= 140)
           complete.happened();
       });
     });
@@ -144,32 +138,30 @@ TEST_F(BackendActivityThreadsTest, ServesItsFeedWhileEverythingHappensAtOnce) {
 
 // Wherever a run is cut short, the next one goes on from there.
 TEST_F(BackendActivityThreadsTest, LosesAndDoublesNothingWhenItIsStopped) {
-  std::int64_t before = 0;
-  for (int run = 0; run < 12; ++run) {
+  enum class End { told, destroyed, finished };
+  const auto run = [this](End end) {
     ProjectRootResolver roots(home_.path());
     SerialQueue queue("tessivane.activity");
     BackendActivityStore store(config(), queue, roots);
-    Event refreshed;
+    Event reached;
     store.start([](const auto&, const auto&) {});
-    queue.async([&] { refreshed.happened(); });
+    if (end != End::finished)
+      queue.async([&] { reached.happened(); });  // the scan follows
     store.sessionsDidRefresh(sessions_);
-    EXPECT_TRUE(refreshed.wait());
-    // Now the scan is under way, and ends here with the store or is told to.
-    if (run % 2 == 0) {
-      EXPECT_TRUE(store.stopAndWait(Seconds(60)));
-      const std::int64_t stored = storedEdits();
-      EXPECT_GE(stored, before);
-      before = stored;
-    }
+    if (end == End::finished)
+      queue.async([&] { reached.happened(); });
+    EXPECT_TRUE(reached.wait());
+    EXPECT_TRUE(end != End::told || store.stopAndWait(Seconds(60)));
+  };
+  std::int64_t before = 0;
+  for (int round = 0; round < 6; ++round) {
+    run(End::told);
+    const std::int64_t stored = storedEdits();
+    EXPECT_GE(stored, before);
+    before = stored;
+    run(End::destroyed);
   }
-  ProjectRootResolver roots(home_.path());
-  SerialQueue queue("tessivane.activity");
-  BackendActivityStore store(config(), queue, roots);
-  Event scanned;
-  store.start([](const auto&, const auto&) {});
-  store.sessionsDidRefresh(sessions_);
-  queue.async([&] { scanned.happened(); });
-  EXPECT_TRUE(scanned.wait());
+  run(End::finished);
   EXPECT_EQ(storedEdits(), transcripts * editsEach);
 }
 

@@ -1,9 +1,11 @@
 #include "backend/BackendClaudeScanner.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include <filesystem>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -17,30 +19,19 @@ namespace tessivane {
 namespace {
 
 using namespace claude;
+namespace fs = std::filesystem;
 using Findings = std::vector<BackendFinding>;
 
 const std::string pull = "https://github.com/Me/Shed/pull/7";
 
-BackendFinding opened(const char* title = nullptr, Date when = noon) {
-  return BackendPRFinding{.kind = ActivityKind::prOpened,
-                          .number = 7,
-                          .slug = "me/shed",
-                          .title = title ? std::optional<std::string>(title) : std::nullopt,
-                          .date = when};
+BackendFinding opened(std::optional<std::string> title = {}, Date when = noon) {
+  return BackendPRFinding{.number = 7, .slug = "me/shed", .title = std::move(title), .date = when};
 }
-BackendFinding merged(std::int64_t number, const char* slug = nullptr) {
-  return BackendPRFinding{.kind = ActivityKind::prMerged,
-                          .number = number,
-                          .slug = slug ? std::optional<std::string>(slug) : std::nullopt,
-                          .date = noon};
+BackendFinding merged(std::int64_t number) {
+  return BackendPRFinding{.kind = ActivityKind::prMerged, .number = number, .date = noon};
 }
 BackendFinding edited(const char* id, const char* path, Date when = noon) {
   return BackendEditFinding{.key = std::string("native:") + id, .paths = {path}, .date = when};
-}
-
-Findings scanned(const std::string& text) {
-  BackendClaudeScanner scanner;
-  return scanner.scan(text, distantPast);
 }
 
 json with(json line, const char* key, const json& value) {
@@ -55,94 +46,89 @@ json failed(json line) {
 TEST(BackendClaudeScannerTest, TellsWhatAnExchangeComesTo) {
   struct Row {
     const char* what = "";
-    std::string lines = {};
+    std::vector<json> lines = {};
     Findings expected = {};
   };
   const json create = bash("t1", "git push && gh pr create --title 'Add it'");
   const json merge = bash("t1", "gh pr merge 12");
   const json noted = {{"gitOperation", {{"pr", {{"number", 7}, {"url", pull}}}}}};
+  const json oddly = {{"gitOperation", {{"pr", {{"number", 1.5}}}}}};
+  const json pieces = {{{"text", "Created"}}, {{"text", pull}}, {{"x", 1}}};
+  const json block = create["message"]["content"][0];
+  const json nameless = {{"type", "tool_use"}, {"name", "Edit"}, {"input", {{"file_path", "/"}}}};
+  const json snapshot = {{"type", "prompt_snapshot"}, {"tools", {{{"name", "Edit"}}}}};
   const std::vector<Row> rows = {
-      {"created", jsonLines({create, result("t1", pull)}), {opened("Add it")}},
-      {"created, as the client noted",
-       jsonLines({create, result("t1", "done", noted)}),
-       {opened("Add it")}},
-      {"created, told in pieces",
-       jsonLines({create, result("t1", {{{"text", "Created"}}, {{"text", pull}}, {{"x", 1}}})}),
-       {opened("Add it")}},
-      {"pieces that are none", jsonLines({create, result("t1", {{{"text", pull}}, 1})}), {}},
-      {"no URL", jsonLines({create, result("t1", "done")}), {}},
-      {"failed, and that is that",
-       jsonLines({create, failed(result("t1", pull)), result("t1", pull)}),
-       {}},
-      {"told once",
-       jsonLines({create, result("t1", pull), result("t1", pull)}),
-       {opened("Add it")}},
-      {"another call's result",
-       jsonLines({create, result("t2", pull), result("t1", pull)}),
-       {opened("Add it")}},
-      {"merged", jsonLines({merge, result("t1", "ok")}), {merged(12)}},
+      {"created", {create, result("t1", pull)}, {opened("Add it")}},
+      {"as the client noted", {create, result("t1", "done", noted)}, {opened("Add it")}},
+      {"told in pieces", {create, result("t1", pieces)}, {opened("Add it")}},
+      {"pieces that are none", {create, result("t1", {{{"text", pull}}, 1})}},
+      {"no URL", {create, result("t1", "done")}},
+      {"failed, and that is that", {create, failed(result("t1", pull)), result("t1", pull)}},
+      {"told once", {create, result("t1", pull), result("t1", pull)}, {opened("Add it")}},
+      {"another's result", {create, result("t2", pull), result("t1", pull)}, {opened("Add it")}},
+      {"merged", {merge, result("t1", "ok")}, {merged(12)}},
       {"merged in between",
-       jsonLines({create, edit("t2", "/p/a"), with(merge, "type", "assistant"), result("t1", "")}),
+       {create, edit("t2", "/p/a"), with(merge, "type", "assistant"), result("t1", "")},
        {edited("t2", "/p/a"), merged(12)}},
-      {"a number that is none",
-       jsonLines({bash("t1", "gh pr merge"),
-                  result("t1", "", {{"gitOperation", {{"pr", {{"number", 1.5}}}}}})}),
-       {}},
-      {"later on", jsonLines({bash("t1", "gh pr merge --auto 1"), result("t1", pull)}), {}},
+      {"a number that is none", {bash("t1", "gh pr merge"), result("t1", "", oddly)}},
+      {"later on", {bash("t1", "gh pr merge --auto 1"), result("t1", pull)}},
       {"edits by each tool",
-       jsonLines({toolUse("a", "Edit", {{"file_path", "/a"}}),
-                  toolUse("b", "Write", {{"file_path", "/b\u00FC\""}}),
-                  toolUse("c", "MultiEdit", {{"file_path", "/c"}}),
-                  toolUse("d", "NotebookEdit", {{"file_path", "/d"}}),
-                  toolUse("e", "Edit", {{"path", "/e"}})}),
+       {toolUse("a", "Edit", {{"file_path", "/a"}}),
+        toolUse("b", "Write", {{"file_path", "/b\u00FC\""}}),
+        toolUse("c", "MultiEdit", {{"file_path", "/c"}}),
+        toolUse("d", "NotebookEdit", {{"file_path", "/d"}}),
+        toolUse("e", "Edit", {{"path", "/e"}})},
        {edited("a", "/a"), edited("b", "/b\u00FC\""), edited("c", "/c")}},
       {"several blocks",
-       jsonLines(
-           {message("assistant",
-                    {{{"type", "text"}, {"text", "x"}},
-                     {{"type", "tool_use"}, {"name", "Edit"}, {"input", {{"file_path", "/"}}}},
-                     {{"type", "tool_use"},
-                      {"id", "b"},
-                      {"name", "Edit"},
-                      {"input", {{"file_path", "/b"}}}}})}),
+       {message("assistant",
+                {{{"type", "text"}, {"text", "x"}},
+                 nameless,
+                 edit("b", "/b")["message"]["content"][0]})},
        {edited("b", "/b")}},
-      {"no list of blocks",
-       jsonLines({message("assistant", {create["message"]["content"][0], 1})}),
-       {}},
+      {"no list of blocks", {message("assistant", {block, 1}), result("t1", pull)}},
       {"a date that is none",
-       jsonLines({with(edit("a", "/a"), "timestamp", "yesterday")}),
+       {with(edit("a", "/a"), "timestamp", "yesterday")},
        {edited("a", "/a", distantPast)}},
       // Bookkeeping that repeats messages.
-      {"request copies",
-       "{\"type\":\"api-request-blob\",\"x\":\"gh pr merge\"," + merge.dump().substr(1) + "\n" +
-           "{\"type\":\"api-request-shape\"," + edit("a", "/a").dump().substr(1) + "\n",
-       {}},
       {"nested messages",
-       jsonLines({{{"type", "progress"}, {"data", edit("a", "/a")}},
-                  {{"type", "attachment"},
-                   {"attachment", {{"type", "prompt_snapshot"}, {"tools", {{{"name", "Edit"}}}}}}},
-                  {{"type", "queue-operation"}, {"content", "gh pr merge 12"}},
-                  {{"type", "pr-link"}, {"prNumber", 7}, {"prUrl", pull}}}),
-       {}},
+       {{{"type", "progress"}, {"data", edit("a", "/a")}},
+        {{"type", "attachment"}, {"attachment", snapshot}},
+        {{"type", "queue-operation"}, {"content", "gh pr merge 12"}},
+        {{"type", "pr-link"}, {"prNumber", 7}, {"prUrl", pull}}}},
       {"queued before it is said",
-       jsonLines(
-           {create, {{"type", "queue-operation"}, {"message", result("t1", pull)["message"]}}}),
-       {}},
-      // Dirt.
-      {"cut lines",
-       create.dump().substr(0, 150) + "\n" + std::string(5, '\0') + merge.dump() +
-           "\n\n[\"gh pr create\"]\n" + "\"gh pr create\"\n" + result("t1", "ok").dump() + "\n",
-       {merged(12)}},
-      {"half a character",
-       jsonLines({create}) + "{\"type\":\"user\",\"timestamp\":\"" + date +
-           "\",\"message\":{\"content\":[{\"type\":\"tool_result\",\"tool_use_id\":\"t1\","
-           "\"content\":\"\xC3 "
-           "\\ud83d " +
-           pull + "\"}]}}\n",
-       {opened("Add it")}},
+       {create, {{"type", "queue-operation"}, {"message", result("t1", pull)["message"]}}}},
   };
-  for (const Row& row : rows)
-    EXPECT_TRUE(scanned(row.lines) == row.expected) << row.what << "\n" << row.lines;
+  for (const Row& row : rows) {
+    std::string lines;
+    for (const json& line : row.lines)
+      lines += line.dump() + "\n";
+    EXPECT_TRUE(BackendClaudeScanner().scan(lines, distantPast) == row.expected) << row.what << "\n"
+                                                                                 << lines;
+  }
+}
+
+TEST(BackendClaudeScannerTest, PassesOverDirtAndRequestCopies) {
+  const std::string create = bash("t1", "gh pr create").dump();
+  const std::string merge = bash("t1", "gh pr merge 12").dump();
+  const std::string ok = result("t1", "ok").dump() + "\n";
+  const auto copy = [](const std::string& type, const std::string& text) {
+    return "{\"type\":\"" + type + "\",\"x\":\"gh pr merge\"," + text.substr(1) + "\n";
+  };
+  const std::string halfCharacter = "\xC3 \\ud83d ";
+  const std::vector<std::pair<std::string, Findings>> rows = {
+      {copy("api-request-blob", merge) + copy("api-request-shape", edit("a", "/a").dump()) + ok,
+       {}},
+      {create.substr(0, 150) + "\n" + std::string(5, '\0') + merge +
+           "\n\n[\"gh pr create\"]\n\"gh pr create\"\n" + ok,
+       {merged(12)}},
+      {create + "\n{\"type\":\"user\",\"timestamp\":\"" + date +
+           "\",\"message\":{\"content\":[{\"type\":\"tool_result\",\"tool_use_id\":\"t1\","
+           "\"content\":\"" +
+           halfCharacter + pull + "\"}]}}\n",
+       {opened()}},
+  };
+  for (const auto& [text, expected] : rows)
+    EXPECT_TRUE(BackendClaudeScanner().scan(text, distantPast) == expected) << text;
 }
 
 class BackgroundCommandTest : public testing::Test {
@@ -163,7 +149,7 @@ TEST_F(BackgroundCommandTest, IsTakenFromTheFileThatANotificationNames) {
   EXPECT_EQ(scan(notified("t2", path_)), Findings{});
   EXPECT_EQ(scan(message("user", "<tool-use-id>t1</tool-use-id>")), Findings{});
   const json later = with(notified("t1", ""), "timestamp", "2026-10-05T13:00:00Z");
-  EXPECT_EQ(scan(later), Findings{opened(nullptr, noon + std::chrono::hours(1))});
+  EXPECT_EQ(scan(later), Findings{opened({}, noon + std::chrono::hours(1))});
   EXPECT_EQ(scan(later), Findings{}) << "told once";
 }
 
@@ -180,29 +166,29 @@ TEST_F(BackgroundCommandTest, IsTakenFromWhatTheAgentReads) {
 }
 
 TEST_F(BackgroundCommandTest, SurvivesAnyFileUnderTheName) {
+  const auto write = [this](const std::string& text) {
+    return [this, text] { home_.write("x.output", text); };
+  };
+  const auto makeFIFO = [this] { ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0); };
+  const auto makeDirectory = [this] { home_.makeDirectory("x.output"); };
+  const auto makeHuge = [this] {
+    fs::resize_file(home_.write("x.output", pull + "\n"), 10'000'000'000);
+  };
+  const std::string most(BackendClaudeScanner::maxOutput, 'x');
+  const std::string binary = "\xFF\xC3" + std::string(9, '\0') + pull + "\xE2";
   struct Row {
     const char* what = "";
     std::function<void()> make = {};
     Findings expected = {};
   };
-  constexpr std::size_t most = BackendClaudeScanner::maxOutput;
   const std::vector<Row> rows = {
-      {"nothing there", [] {}, {}},
-      {"FIFO", [this] { ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0); }, {}},
-      {"directory", [this] { home_.makeDirectory("x.output"); }, {}},
-      {"10 GB",
-       [this] {
-         home_.write("x.output", pull + "\n");
-         ASSERT_EQ(::truncate(path_.c_str(), 10'000'000'000), 0);
-       },
-       {opened()}},
-      {"just within",
-       [this] { home_.write("x.output", std::string(most - pull.size(), 'x') + pull); },
-       {opened()}},
-      {"just past", [this] { home_.write("x.output", std::string(most, 'x') + pull); }, {}},
-      {"binary",
-       [this] { home_.write("x.output", "\xFF\xC3" + std::string(9, '\0') + pull + "\xE2"); },
-       {opened()}},
+      {"nothing there", [] {}},
+      {"FIFO", makeFIFO},
+      {"directory", makeDirectory},
+      {"10 GB", makeHuge, {opened()}},
+      {"just within", write(most.substr(pull.size()) + pull), {opened()}},
+      {"just past", write(most + pull)},
+      {"binary", write(binary), {opened()}},
   };
   for (const Row& row : rows) {
     row.make();
@@ -210,8 +196,7 @@ TEST_F(BackgroundCommandTest, SurvivesAnyFileUnderTheName) {
     scan(sentToBackground("t1", "/nowhere/else.output"));
     EXPECT_EQ(scan(notified("t1", path_)), row.expected) << row.what;
     EXPECT_EQ(scan(notified("t1", path_)), Findings{}) << row.what;
-    ::unlink(path_.c_str());
-    ::rmdir(path_.c_str());
+    fs::remove(path_);
   }
   // No file is known: the command stays, and a later notification may name one.
   scan(bash("t1", "gh pr create"));

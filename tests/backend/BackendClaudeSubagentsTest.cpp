@@ -49,45 +49,34 @@ TEST_F(BackendClaudeSubagentsTest, FindsStartAndTitle) {
     std::string title = "Subagent";
   };
   const std::string stamp = R"("timestamp":"2026-10-05T11:58:30.500Z")";
+  const std::string other = R"("toolUse":{"timestamp":"2026-10-05T10:00:00Z"})";
+  const std::string filling = "\"text\":\"" + std::string(300'000, 'x') + "\"";
+  const std::string described = R"({"agentType":"Explore","description":"Look"})";
+  const std::string undescribed = R"({"agentType":"Explore","description":""})";
+  const std::string oddly = R"({"description":7,"agentType":"Plan"})";
+  const std::string late = R"({"timestamp":"2026-10-05T12:00:01Z"})";
   const Date stamped = noon - 89s - 500ms;
   const std::vector<Row> rows = {
-      {"agent-a.jsonl",
-       "{" + stamp + "}\n{}",
-       R"({"agentType":"Explore","description":"Look"})",
-       stamped,
-       "Look"},
-      {"agent-b.jsonl",
-       R"({"toolUse":{"timestamp":"2026-10-05T10:00:00Z"},)" + stamp + "}\n",
-       R"({"agentType":"Explore","description":""})",
-       stamped,
-       "Explore"},
-      {"agent-c.jsonl",
-       "{}\n{" + stamp + "}",
-       R"({"description":7,"agentType":"Plan"})",
-       stamped,
-       "Plan"},
-      {"agent-d.jsonl",
-       "{\"text\":\"" + std::string(300'000, 'x') + "\"," + stamp + "}",
-       R"({"description":"cut off)"},
-      {"agent-e.jsonl",
-       "{" + stamp + ",\"text\":\"" + std::string(300'000, 'x') + "\"}",
-       "[]",
-       stamped},
-      {"agent-f.jsonl", R"({"timestamp":"soon"})", "", noon - 60s},
-      {"agent-g.jsonl", "", std::nullopt, noon - 60s},
-      {"agent-h.jsonl", std::string(5000, '\0') + "\xff{" + stamp, std::nullopt, stamped},
-      {"agent-i.jsonl", R"({"timestamp":"2026-10-05T12:00:01Z"})", std::nullopt, noon}};
+      {"agent-a", "{" + stamp + "}\n{}", described, stamped, "Look"},
+      {"agent-b", "{" + other + "," + stamp + "}\n", undescribed, stamped, "Explore"},
+      {"agent-c", "{}\n{" + stamp + "}", oddly, stamped, "Plan"},
+      {"agent-d", "{" + filling + "," + stamp + "}", R"({"description":"cut off)"},
+      {"agent-e", "{" + stamp + "," + filling + "}", "[]", stamped},
+      {"agent-f", R"({"timestamp":"soon"})", ""},
+      {"agent-g"},
+      {"agent-h", std::string(5000, '\0') + "\xff{" + stamp, std::nullopt, stamped},
+      {"agent-i", late, std::nullopt, noon}};
   for (const Row& row : rows) {
-    agent(row.name, row.text);
+    agent(row.name + ".jsonl", row.text);
     if (row.meta)
-      agent(row.name.substr(0, 7) + ".meta.json", *row.meta);
+      agent(row.name + ".meta.json", *row.meta);
   }
   const auto events = look();
   ASSERT_EQ(events.size(), rows.size());
   for (std::size_t i = 0; i < rows.size(); ++i) {
     SCOPED_TRACE(rows[i].name);
     EXPECT_EQ(events[i],
-              (ActivityEvent{.id = "started:/p:claude:1/" + rows[i].name.substr(0, 7),
+              (ActivityEvent{.id = "started:/p:claude:1/" + rows[i].name,
                              .kind = ActivityKind::started,
                              .date = rows[i].start,
                              .projectRoot = "/p",
@@ -96,7 +85,7 @@ TEST_F(BackendClaudeSubagentsTest, FindsStartAndTitle) {
                              .sessionTitle = "Garden",
                              .owner = Agent::claude,
                              .engine = Agent::claude,
-                             .ref = "claude:1/" + rows[i].name.substr(0, 7),
+                             .ref = "claude:1/" + rows[i].name,
                              .title = rows[i].title,
                              .detail = "subagent",
                              .firstSeen = noon}));

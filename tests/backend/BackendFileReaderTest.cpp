@@ -1,10 +1,10 @@
 #include "backend/BackendFileReader.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <algorithm>
+#include <filesystem>
 #include <functional>
+#include <map>
 #include <random>
 #include <string>
 #include <utility>
@@ -18,6 +18,7 @@
 namespace tessivane {
 namespace {
 
+namespace fs = std::filesystem;
 using Cursor = std::optional<BackendFileCursor>;
 
 constexpr std::size_t maxLine = BackendFileReader::maxLine;
@@ -60,11 +61,8 @@ class BackendFileReaderTest : public testing::Test {
 
 TEST_F(BackendFileReaderTest, BeginsWhereTheCursorStands) {
   home_.write("t.jsonl", "one\ntwo\nthree\nfo", *isoDate("2026-10-05T12:00:00.25Z"));
-  const BackendFileCursor here{.inode = inode(), .offset = 0, .mtime = 1};
-  const auto at = [&here](std::uint64_t offset) {
-    BackendFileCursor cursor = here;
-    cursor.offset = offset;
-    return cursor;
+  const auto at = [this](std::uint64_t offset) {
+    return BackendFileCursor{.inode = inode(), .offset = offset, .mtime = 1};
   };
   const std::string all = "one\ntwo\nthree\n";
   EXPECT_EQ(text(std::nullopt), all);
@@ -107,19 +105,51 @@ TEST_F(BackendFileReaderTest, PassesOverLinesThatAreTooLong) {
   }
 }
 
+TEST_F(BackendFileReaderTest, HandsOverEachLineOnceInWhateverPiecesTheyCome) {
+  const auto seed = std::random_device{}();
+  SCOPED_TRACE(fmt::format("seed {}", seed));
+  std::mt19937 random(seed);
+  for (int round = 0; round < 25; ++round) {
+    std::string text;
+    std::string expected;
+    for (int i = 0; i < 60; ++i) {
+      // Some are longer than what is read at a time, few about as long as a line may be.
+      const auto kind = random() % 90;
+      const std::size_t length = kind == 0  ? maxLine - 4 + random() % 8
+                                 : kind < 6 ? 700'000
+                                            : random() % 3000;
+      const std::string line = std::string(length, static_cast<char>('A' + i)) + "\n";
+      text += line;
+      expected += line.size() <= maxLine ? line : "";
+    }
+    home_.write("t.jsonl", "");
+    read_.clear();
+    Cursor cursor;
+    for (std::size_t written = 0; written < text.size();) {
+      const std::size_t most = random() % 4 == 0 ? 50 : text.size() / 8 + 1;
+      const std::string piece = text.substr(written, random() % most + 1);
+      home_.append("t.jsonl", piece);
+      written += piece.size();
+      if (random() % 3 != 0)
+        cursor = read(cursor);
+    }
+    cursor = read(cursor);
+    ASSERT_TRUE(read_ == expected) << "round " << round;
+    ASSERT_EQ(cursor->offset, text.size());
+  }
+}
+
 TEST_F(BackendFileReaderTest, EndsWhenTheFileShrinks) {
-  const std::string line(100'000, 'x');
-  std::string contents;
+  const std::string line = std::string(100'000, 'x') + "\n";
   for (int i = 0; i < 30; ++i)
-    contents += line + "\n";
-  home_.write("t.jsonl", contents);
-  afterChunk_ = [this] { ASSERT_EQ(::truncate(path_.c_str(), 150'000), 0); };
+    home_.append("t.jsonl", line);
+  afterChunk_ = [this] { fs::resize_file(path_, 150'000); };
   const auto cursor = read(std::nullopt);
   ASSERT_TRUE(cursor);
   EXPECT_EQ(cursor->offset, read_.size());
-  EXPECT_LT(read_.size(), contents.size());
+  EXPECT_LT(read_.size(), 30 * line.size());
   afterChunk_ = [] {};
-  EXPECT_EQ(text(cursor), line + "\n");
+  EXPECT_EQ(text(cursor), line);
 }
 
 TEST_F(BackendFileReaderTest, EndsWhenTheFileGrowsFasterThanItIsRead) {
@@ -131,60 +161,37 @@ TEST_F(BackendFileReaderTest, EndsWhenTheFileGrowsFasterThanItIsRead) {
 }
 
 TEST_F(BackendFileReaderTest, TakesTheFileThatItOpened) {
+  const auto replace = [this](const char* contents) {
+    return [this, contents] { fs::rename(home_.write("new", contents), path_); };
+  };
+  const auto cut = [this] { fs::resize_file(path_, 4); };
+  const auto remove = [this] { fs::remove(path_); };
+  const auto makeFIFO = [&] {
+    remove();
+    ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+  };
+  const auto makeDirectory = [&] {
+    remove();
+    home_.makeDirectory("t.jsonl");
+  };
   struct Row {
     const char* what = "";
     std::function<void()> change = {};
-    std::string expected = {};
     bool isRead = true;
+    std::string expected = {};
   };
-  const auto replace = [this](const char* contents) {
-    home_.write("new", contents);
-    ASSERT_EQ(::rename(home_.path("new").c_str(), path_.c_str()), 0);
-  };
-  const std::vector<Row> rows = {
-      {.what = "longer",
-       .change = [&] { replace("new\nlonger file\n"); },
-       .expected = "new\nlonger file\n"},
-      {.what = "shorter", .change = [&] { replace("s\n"); }, .expected = "s\n"},
-      {.what = "cut", .change = [this] { ASSERT_EQ(::truncate(path_.c_str(), 4), 0); }},
-      {.what = "gone", .change = [this] { ::unlink(path_.c_str()); }, .isRead = false},
-      {.what = "FIFO",
-       .change =
-           [this] {
-             ::unlink(path_.c_str());
-             ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
-           },
-       .isRead = false},
-      {.what = "directory",
-       .change =
-           [this] {
-             ::unlink(path_.c_str());
-             home_.makeDirectory("t.jsonl");
-           },
-       .isRead = false},
-  };
-  for (const Row& row : rows) {
+  for (const Row& row : {Row{"longer", replace("new\nlonger file\n"), true, "new\nlonger file\n"},
+                         Row{"shorter", replace("s\n"), true, "s\n"},
+                         Row{"cut", cut},
+                         Row{"gone", remove, false},
+                         Row{"FIFO", makeFIFO, false},
+                         Row{"directory", makeDirectory, false}}) {
     home_.write("t.jsonl", "one\ntwo\n");
     beforeOpening_ = row.change;
     EXPECT_EQ(read(std::nullopt, 4).has_value(), row.isRead) << row.what;
     EXPECT_EQ(std::exchange(read_, {}), row.expected) << row.what;
-    ::unlink(path_.c_str());
-    ::rmdir(path_.c_str());
+    fs::remove(path_);
   }
-}
-
-// The same by looking at each line in turn.
-std::uint64_t firstLineSince(const std::string& text, Date since) {
-  for (std::size_t offset = 0; offset < text.size();) {
-    const auto end = std::min(text.find('\n', offset), text.size());
-    const std::string line = text.substr(offset, end - offset);
-    const auto date =
-        line.starts_with("{\"timestamp\":\"") ? isoDate(line.substr(14, 24)) : std::nullopt;
-    if (date && *date >= since)
-      return offset;
-    offset = end + 1;
-  }
-  return text.size();
 }
 
 TEST_F(BackendFileReaderTest, FindsTheFirstLineSinceADate) {
@@ -195,17 +202,22 @@ TEST_F(BackendFileReaderTest, FindsTheFirstLineSinceADate) {
   for (int round = 0; round < 60; ++round) {
     const int lines = static_cast<int>(random() % 40);
     std::string text;
+    std::map<Date, std::size_t> firstOf;
     for (int i = 0; i < lines; ++i) {
       // Some longer than what is read at a time, dates that occur twice.
       const std::size_t length = random() % 8 == 0 ? random() % 100'000 : random() % 300;
+      const Date date = start + std::chrono::seconds(i / 2);
+      firstOf.try_emplace(date, text.size());
       text += fmt::format("{{\"timestamp\":\"{}\",\"x\":\"{}\"}}\n",
-                          isoTextWithMilliseconds(start + std::chrono::seconds(i / 2)),
+                          isoTextWithMilliseconds(date),
                           std::string(length, 'x'));
     }
     home_.write("t.jsonl", text);
     for (int second = -1; second < 22; ++second) {
       const Date since = start + std::chrono::seconds(second);
-      ASSERT_EQ(BackendFileReader::timestampedOffset(path_, since), firstLineSince(text, since))
+      const auto first = firstOf.lower_bound(since);
+      ASSERT_EQ(BackendFileReader::timestampedOffset(path_, since),
+                first == firstOf.end() ? text.size() : first->second)
           << "round " << round << ", second " << second;
     }
   }
@@ -239,7 +251,7 @@ TEST_F(BackendFileReaderTest, ReadsTooMuchRatherThanTooLittleWhereDatesAreMissin
     EXPECT_LE(offset, row.latest) << &row - rows.data();
   }
   // 100 GB without a line.
-  ASSERT_EQ(::truncate(home_.write("t.jsonl", "").c_str(), 100'000'000'000), 0);
+  fs::resize_file(home_.write("t.jsonl", ""), 100'000'000'000);
   EXPECT_EQ(BackendFileReader::timestampedOffset(path_, since), 0U);
 }
 

@@ -9,26 +9,27 @@
 namespace tessivane {
 namespace {
 
-BackendGitSession sessionAt(const std::string& id,
-                            std::chrono::seconds activity,
-                            SessionKind kind = SessionKind::session) {
+using std::chrono::seconds;
+
+/// A session that moved last so long after noon.
+BackendGitSession at(int activity, const std::string& id = "a", SessionKind kind = {}) {
   return {.session = {.agent = Agent::codex,
                       .nativeID = id,
                       .title = "Title " + id,
                       .projectPath = "/p",
-                      .activity = noon + activity,
+                      .activity = noon + seconds(activity),
                       .kind = kind},
           .tree = "/p"};
 }
-
 BackendGitSession on(const std::string& branch, BackendGitSession session) {
   session.ownBranch = branch;
   return session;
 }
-
-BackendGitSession in(const std::string& tree, BackendGitSession session) {
+BackendGitSession in(const std::string& tree,
+                     BackendGitSession session,
+                     const std::string& branch = "other") {
   session.tree = tree;
-  session.treesBranch = "of-" + tree;
+  session.treesBranch = branch;
   return session;
 }
 
@@ -37,47 +38,42 @@ std::string idOf(const BackendGitSession* session) {
 }
 
 TEST(BackendGitEventsTest, FindsTheSessionOfACommit) {
-  using std::chrono::seconds;
+  const auto job = SessionKind::automation;
+  const BackendGitCommit commit{.date = noon, .tree = "/p", .branch = "main"};
+  // A detached HEAD has no branch that could speak against a session; without a tree nobody is in
+  // it.
+  const BackendGitCommit detached{.date = noon, .tree = "/p"};
+  const BackendGitCommit nowhere{.date = noon};
   struct Row {
     std::string name = {};
     std::vector<BackendGitSession> sessions = {};
     std::string winner = {};
+    BackendGitCommit commit = {};
   };
-  const auto automation = SessionKind::automation;
   for (const Row& row : {
-           Row{"nobody", {}, "none"},
-           Row{"moved last just in time", {sessionAt("a", seconds(-120))}, "a"},
-           Row{"moved last too long before", {sessionAt("a", seconds(-121))}, "none"},
-           Row{"moves long afterwards", {sessionAt("a", seconds(9000))}, "a"},
-           Row{"another tree", {in("/q", sessionAt("a", seconds(0)))}, "none"},
-           Row{"says it is elsewhere", {on("x", sessionAt("a", seconds(0)))}, "none"},
-           Row{"says it is here", {on("main", sessionAt("a", seconds(0)))}, "a"},
-           Row{"nearest", {sessionAt("a", seconds(90)), sessionAt("b", seconds(-80))}, "b"},
-           Row{"person before automation",
-               {sessionAt("a", seconds(1), automation), sessionAt("b", seconds(500))},
-               "b"},
-           Row{"automation alone", {sessionAt("a", seconds(1), automation)}, "a"},
-           Row{"tie", {sessionAt("a", seconds(-9)), sessionAt("b", seconds(9))}, "b"},
-           Row{"full tie", {sessionAt("b", seconds(9)), sessionAt("a", seconds(9))}, "a"},
-       }) {
-    const BackendGitCommit commit{.date = noon, .tree = "/p", .branch = "main"};
-    EXPECT_EQ(idOf(BackendGitEvents::sessionOf(commit, row.sessions)), row.winner) << row.name;
-  }
-  // A detached HEAD has no branch that could speak against a session; without a tree nobody is in
-  // it.
-  const std::vector<BackendGitSession> there = {on("x", sessionAt("a", seconds(0)))};
-  EXPECT_EQ(idOf(BackendGitEvents::sessionOf(BackendGitCommit{.date = noon, .tree = "/p"}, there)),
-            "a");
-  EXPECT_EQ(idOf(BackendGitEvents::sessionOf(BackendGitCommit{.date = noon}, there)), "none");
+           Row{"nobody", {}, "none", commit},
+           Row{"moved last just in time", {at(-120)}, "a", commit},
+           Row{"moved last too long before", {at(-121)}, "none", commit},
+           Row{"moves long afterwards", {at(9000)}, "a", commit},
+           Row{"another tree", {in("/q", at(0))}, "none", commit},
+           Row{"says it is elsewhere", {on("x", at(0))}, "none", commit},
+           Row{"says it is here", {on("main", at(0))}, "a", commit},
+           Row{"nearest", {at(90), at(-80, "b")}, "b", commit},
+           Row{"person before automation", {at(1, "a", job), at(500, "b")}, "b", commit},
+           Row{"automation alone", {at(1, "a", job)}, "a", commit},
+           Row{"tie", {at(-9), at(9, "b")}, "b", commit},
+           Row{"full tie", {at(9, "b"), at(9)}, "a", commit},
+           Row{"detached", {on("x", at(0))}, "a", detached},
+           Row{"no tree", {on("x", at(0))}, "none", nowhere},
+       })
+    EXPECT_EQ(idOf(BackendGitEvents::sessionOf(row.commit, row.sessions)), row.winner) << row.name;
 }
 
 TEST(BackendGitEventsTest, FindsTheSessionOfABranch) {
-  using std::chrono::seconds;
   const BackendBranchCreation tree{"w", "x", "/w", noon};
   const BackendBranchCreation detached{"w", std::nullopt, "/w", noon};
   const BackendBranchCreation branch{"x", "x", std::nullopt, noon};
-  BackendGitSession treeOnX = in("/t", sessionAt("t", seconds(50)));
-  treeOnX.treesBranch = "x";
+  const BackendGitSession treeOnX = in("/t", at(50, "t"), "x");
   struct Row {
     std::string name = {};
     BackendBranchCreation creation = {};
@@ -85,25 +81,19 @@ TEST(BackendGitEventsTest, FindsTheSessionOfABranch) {
     std::string winner = {};
   };
   for (const Row& row : {
-           Row{"in the tree, however long ago",
-               tree,
-               {on("x", sessionAt("a", seconds(0))), in("/w", sessionAt("b", seconds(-999)))},
-               "b"},
-           Row{"on the branch", tree, {on("x", sessionAt("a", seconds(0)))}, "a"},
-           Row{"on the branch too long ago",
-               branch,
-               {on("x", sessionAt("a", seconds(-121)))},
-               "none"},
+           Row{"in the tree, long ago", tree, {on("x", at(0)), in("/w", at(-999, "b"))}, "b"},
+           Row{"on the branch", tree, {on("x", at(0))}, "a"},
+           Row{"on the branch too long ago", branch, {on("x", at(-121))}, "none"},
            Row{"its tree is on the branch", branch, {treeOnX}, "t"},
            Row{"what it says counts more than its tree", branch, {on("y", treeOnX)}, "none"},
-           Row{"no branch to be on", detached, {sessionAt("a", seconds(0))}, "none"},
+           Row{"no branch to be on", detached, {at(0)}, "none"},
        })
     EXPECT_EQ(idOf(BackendGitEvents::sessionOf(row.creation, row.sessions)), row.winner)
         << row.name;
 }
 
 TEST(BackendGitEventsTest, MakesTheEvent) {
-  BackendGitSession session = sessionAt("a", std::chrono::seconds(0));
+  BackendGitSession session = at(0);
   BackendGitCommit commit{.hash = "cafe",
                           .date = noon,
                           .message = "commit (amend): Fix: it",
@@ -130,11 +120,8 @@ TEST(BackendGitEventsTest, MakesTheEvent) {
   EXPECT_EQ(BackendGitEvents::event(commit, nullptr), std::nullopt);
 
   const BackendBranchCreation tree{"w", "x", "/w", noon};
-  const auto made = BackendGitEvents::event(tree, nullptr, "/home");
-  EXPECT_EQ(made->id, "branched:/w:worktree:w@1791201600");
-  EXPECT_EQ(made->title, "w");
-  EXPECT_EQ(made->detail, "worktree");
-  EXPECT_EQ(made->branch, "x");
+  EXPECT_EQ(BackendGitEvents::event(tree, nullptr, "/home")->id,
+            "branched:/w:worktree:w@1791201600");
   const BackendBranchCreation branch{"x/y", "x/y", std::nullopt, noon};
   EXPECT_EQ(BackendGitEvents::event(branch, nullptr, "/home")->id,
             "branched:/home:branch:x/y@1791201600");

@@ -13,48 +13,42 @@ namespace {
 
 const std::string first = "2026-10-05T12:00:00.000Z";
 
-struct Row {
-  std::string name = {};
-  json fields = {};  // other than usual
-  json payload = {};
-  std::vector<std::string> paths = {};  // none: the row is left out
-};
-
 std::vector<BackendT3Edit> editsIn(const std::string& path, const std::string& after = first) {
   const auto db = ReadOnlyDatabase::open(path);
   return BackendT3Edits::read(*db, after).edits;
 }
 
 TEST(BackendT3EditsTest, ReadsWhatWasEdited) {
-  const std::vector<Row> rows = {
-      {"changes",
-       {},
-       {{"fileName", "z"}, {"changes", {{{"path", "a"}}, {{"path", "/b"}}}}},
-       {"a", "/b"}},
-      {"file name alone", {}, {{"fileName", "src/Ä.cpp"}}, {"src/Ä.cpp"}},
-      {"no changes", {}, {{"fileName", "c"}, {"changes", json::array()}}, {"c"}},
-      {"odd changes",
-       {},
-       {{"fileName", "c"},
-        {"changes", {7, "x", {{"path", 7}}, {{"path", ""}}, {{"path", "d\n\"e"}}}}},
-       {"d\n\"e"}},
-      {"changes of another kind", {}, {{"fileName", "c"}, {"changes", {{"path", "d"}}}}, {"c"}},
-      {"changes are text", {}, {{"fileName", "c"}, {"changes", "}{"}}, {"c"}},
-      {"no path", {}, {{"fileName", 7}}},
-      {"empty path", {}, {{"fileName", ""}}},
-      {"no JSON", {{"payload_json", "{"}}},
-      {"under way", {{"status", "in_progress"}}, {{"fileName", "c"}}},
-      {"a command", {{"type", "command_execution"}}, {{"fileName", "c"}}},
-      {"too old", {{"updated_at", "2026-10-05T11:59:59.999Z"}}, {{"fileName", "c"}}},
-      {"no date", {{"updated_at", "zzz"}}, {{"fileName", "c"}}},
+  struct Row {
+    std::string name = {};
+    json payload = {};
+    std::vector<std::string> paths = {};  // none: the row is left out
+    json fields = json::object();         // other than usual
   };
+  const auto changes = [](const json& list) { return json{{"fileName", "c"}, {"changes", list}}; };
+  const json odd = {7, "x", {{"path", 7}}, {{"path", ""}}, {{"path", "d\n\"e"}}};
+  const json plain = {{"fileName", "c"}};
+  const std::vector<Row> rows = {
+      {"changes", changes({{{"path", "a"}}, {{"path", "/b"}}}), {"a", "/b"}},
+      {"file name alone", {{"fileName", "src/Ä.cpp"}}, {"src/Ä.cpp"}},
+      {"no changes", changes(json::array()), {"c"}},
+      {"odd changes", changes(odd), {"d\n\"e"}},
+      {"changes of another kind", changes({{"path", "d"}}), {"c"}},
+      {"changes are text", changes("}{"), {"c"}},
+      {"no path", {{"fileName", 7}}},
+      {"empty path", {{"fileName", ""}}},
+      {"no JSON", {}, {}, {{"payload_json", "{"}}},
+      {"under way", plain, {}, {{"status", "in_progress"}}},
+      {"a command", plain, {}, {{"type", "command_execution"}}},
+      {"too old", plain, {}, {{"updated_at", "2026-10-05T11:59:59.999Z"}}},
+      {"no date", plain, {}, {{"updated_at", "zzz"}}},
+  };
+  const TempHome home;
+  const T3Database db(home.path("db"), T3Generation::orchestration);
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    const TempHome home;
-    const T3Database db(home.path("db"), T3Generation::orchestration);
     json payload = row.payload;
-    if (payload.is_object())
-      payload["nativeItemRef"] = {{"nativeId", "toolu_1"}};
+    payload["nativeItemRef"] = {{"nativeId", "toolu_1"}};
     json fields = {{"turn_item_id", "i"},
                    {"thread_id", "t"},
                    {"type", "file_change"},
@@ -62,8 +56,8 @@ TEST(BackendT3EditsTest, ReadsWhatWasEdited) {
                    {"ordinal", 0},
                    {"updated_at", first},
                    {"payload_json", payload}};
-    if (row.fields.is_object())
-      fields.update(row.fields);
+    fields.update(row.fields);
+    db.execute("delete from v2_turn_items");
     db.insert("v2_turn_items", fields);
     const auto edits = editsIn(home.path("db"));
     ASSERT_EQ(edits.size(), row.paths.empty() ? 0U : 1U);

@@ -2,7 +2,6 @@
 
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "StoreFixture.h"
@@ -34,33 +33,33 @@ TEST(BackendTransitionDetectorTest, TellsWhoBeginsToWaitAndWhoFinishes) {
     AgentSession now = {};
     std::string told = {};
   };
-  AgentSession helper = sample(Status::yourTurn);
-  helper.kind = SessionKind::subagent;
-  AgentSession job = sample(Status::yourTurn);
-  job.kind = SessionKind::automation;
-  AgentSession waitingHelper = sample(Status::needsYou);
-  waitingHelper.kind = SessionKind::subagent;
+  const auto of = [](SessionKind kind, Status status) {
+    AgentSession session = sample(status);
+    session.kind = kind;
+    return session;
+  };
+  const auto helper = SessionKind::subagent;
   const AgentSession waiting = sample(Status::needsYou);
   const AgentSession done = sample(Status::yourTurn);
   const std::vector<Row> rows = {
-      {"first list, waiting", {}, waiting, ""},
-      {"first list, done", {}, done, ""},
+      {"first list, waiting", {}, waiting},
+      {"first list, done", {}, done},
       {"begins to wait", {Status::working}, waiting, "needsYou"},
       {"begins to wait after its turn", {Status::yourTurn}, waiting, "needsYou"},
-      {"still waits", {Status::needsYou}, waiting, ""},
+      {"still waits", {Status::needsYou}, waiting},
       {"waits again", {Status::needsYou, Status::idle}, waiting, "needsYou"},
       {"has begun long ago", {Status::idle}, sample(Status::needsYou, 5h), "needsYou"},
       {"turns up waiting", {std::nullopt}, sample(Status::needsYou, 600s), "needsYou"},
-      {"turns up, old news", {std::nullopt}, sample(Status::needsYou, 600.001s), ""},
+      {"turns up, old news", {std::nullopt}, sample(Status::needsYou, 600.001s)},
       {"comes back waiting", {Status::needsYou, std::nullopt}, waiting, "needsYou"},
-      {"a helper waits", {Status::working}, waitingHelper, "needsYou"},
+      {"a helper waits", {Status::working}, of(helper, Status::needsYou), "needsYou"},
       {"finishes", {Status::working}, done, "finished"},
-      {"finishes unseen", {Status::working, Status::idle}, done, ""},
-      {"turns up done", {std::nullopt}, done, ""},
-      {"waited, then done", {Status::needsYou}, done, ""},
-      {"a helper finishes", {Status::working}, helper, ""},
-      {"a job finishes", {Status::working}, job, ""},
-      {"works", {Status::yourTurn}, sample(Status::working), ""},
+      {"finishes unseen", {Status::working, Status::idle}, done},
+      {"turns up done", {std::nullopt}, done},
+      {"waited, then done", {Status::needsYou}, done},
+      {"a helper finishes", {Status::working}, of(helper, Status::yourTurn)},
+      {"a job finishes", {Status::working}, of(SessionKind::automation, Status::yourTurn)},
+      {"works", {Status::yourTurn}, sample(Status::working)},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -114,35 +113,28 @@ TEST_F(LiveEventTest, IsTheSameFromItsRow) {
 }
 
 TEST(BackendStartDetectorTest, TellsEachStartOnce) {
-  const auto startOf = [](SessionKind kind, std::optional<Date> start) {
-    AgentSession session = sample(Status::idle);
-    session.kind = kind;
-    session.startedAt = start;
-    BackendStartDetector detector;
-    const auto events = detector.events({session, session}, noon);
-    session.startedAt = noon - 1h;
-    const auto later = detector.events({session}, noon);
-    return std::pair(events, later.size());
-  };
   struct Row {
-    SessionKind kind = SessionKind::session;
     std::optional<Date> start = {};
     std::optional<Date> told = {};
     bool fresh = false;
-    std::size_t later = 0;
+    SessionKind kind = SessionKind::session;
+    std::size_t later = 0;  // once it is known to have started an hour ago
   };
-  const std::vector<Row> rows = {
-      {.start = noon - 119s, .told = noon - 119s, .fresh = true},
-      {.start = noon - 120s, .told = noon - 120s},
-      {.start = noon + 1h, .told = noon, .fresh = true},
-      {.start = noon - 48h, .told = noon - 48h},
-      {.start = noon - 48h - 1us},
-      {.start = std::nullopt, .later = 1},
-      {.kind = SessionKind::automation, .start = noon},
-      {.kind = SessionKind::subagent, .start = noon, .told = noon, .fresh = true}};
-  for (const Row& row : rows) {
-    const auto [events, later] = startOf(row.kind, row.start);
-    EXPECT_EQ(later, row.later);
+  for (const Row& row : {Row{noon - 119s, noon - 119s, true},
+                         Row{noon - 120s, noon - 120s},
+                         Row{noon + 1h, noon, true},
+                         Row{noon - 48h, noon - 48h},
+                         Row{noon - 48h - 1us},
+                         Row{.later = 1},
+                         Row{.start = noon, .kind = SessionKind::automation},
+                         Row{noon, noon, true, SessionKind::subagent}}) {
+    AgentSession session = sample(Status::idle);
+    session.kind = row.kind;
+    session.startedAt = row.start;
+    BackendStartDetector detector;
+    const auto events = detector.events({session, session}, noon);
+    session.startedAt = noon - 1h;
+    EXPECT_EQ(detector.events({session}, noon).size(), row.later);
     ASSERT_EQ(events.size(), row.told ? 1U : 0U);
     if (!row.told)
       continue;

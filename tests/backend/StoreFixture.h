@@ -2,8 +2,11 @@
 
 // An event store in a directory of its own, and a look at all it holds.
 
+#include <filesystem>
 #include <memory>
+#include <span>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -45,6 +48,28 @@ inline ActivityEvent commitEvent(const std::string& ref, Date date = noon) {
           .title = "Commit " + ref};
 }
 
+inline std::vector<std::string> titlesOf(const std::vector<ActivityEvent>& events) {
+  std::vector<std::string> all;
+  all.reserve(events.size());
+  for (const ActivityEvent& event : events)
+    all.push_back(event.title);
+  return all;
+}
+inline std::vector<std::string> kindsAndTitlesOf(const std::vector<ActivityEvent>& events) {
+  std::vector<std::string> all;
+  all.reserve(events.size());
+  for (const ActivityEvent& event : events)
+    all.push_back(std::string(rawValue(event.kind)) + " " + event.title);
+  return all;
+}
+/// How many edits the minutes hold.
+inline std::int64_t filesOf(std::span<const EditBucket> buckets) {
+  std::int64_t sum = 0;
+  for (const EditBucket& bucket : buckets)
+    sum += bucket.files;
+  return sum;
+}
+
 class StoreTest : public testing::Test {
  protected:
   /// The store, opened by the first call. `close` ends it, the next call opens the file anew.
@@ -54,9 +79,14 @@ class StoreTest : public testing::Test {
     return *store_;
   }
   void close() { store_.reset(); }
-  std::int64_t count(const std::string& table) {
-    const auto rows = store().db().query("select count(*) as n from " + table);
-    return rows.empty() ? -1 : rows.front().integer("n").value_or(-1);
+  void beginAnew() {
+    close();
+    std::filesystem::remove_all(home_.path("data"));
+  }
+  /// The database may grow by so many pages.
+  void leavePages(std::int64_t spare) {
+    const auto pages = store().db().query("pragma page_count").front().integer("page_count");
+    store().db().query("pragma max_page_count = " + std::to_string(*pages + spare));
   }
 
   TempHome home_;
