@@ -105,40 +105,6 @@ TEST_F(BackendFileReaderTest, PassesOverLinesThatAreTooLong) {
   }
 }
 
-TEST_F(BackendFileReaderTest, HandsOverEachLineOnceInWhateverPiecesTheyCome) {
-  const auto seed = std::random_device{}();
-  SCOPED_TRACE(fmt::format("seed {}", seed));
-  std::mt19937 random(seed);
-  for (int round = 0; round < 25; ++round) {
-    std::string text;
-    std::string expected;
-    for (int i = 0; i < 60; ++i) {
-      // Some are longer than what is read at a time, few about as long as a line may be.
-      const auto kind = random() % 90;
-      const std::size_t length = kind == 0  ? maxLine - 4 + random() % 8
-                                 : kind < 6 ? 700'000
-                                            : random() % 3000;
-      const std::string line = std::string(length, static_cast<char>('A' + i)) + "\n";
-      text += line;
-      expected += line.size() <= maxLine ? line : "";
-    }
-    home_.write("t.jsonl", "");
-    read_.clear();
-    Cursor cursor;
-    for (std::size_t written = 0; written < text.size();) {
-      const std::size_t most = random() % 4 == 0 ? 50 : text.size() / 8 + 1;
-      const std::string piece = text.substr(written, random() % most + 1);
-      home_.append("t.jsonl", piece);
-      written += piece.size();
-      if (random() % 3 != 0)
-        cursor = read(cursor);
-    }
-    cursor = read(cursor);
-    ASSERT_TRUE(read_ == expected) << "round " << round;
-    ASSERT_EQ(cursor->offset, text.size());
-  }
-}
-
 TEST_F(BackendFileReaderTest, EndsWhenTheFileShrinks) {
   const std::string line = std::string(100'000, 'x') + "\n";
   for (int i = 0; i < 30; ++i)

@@ -38,9 +38,7 @@ class LoopbackServer::Connection final {
 
   void serveOn(std::thread thread) { thread_ = std::move(thread); }
 
-  TLSServer::Handshake handshake() {
-    return session_ ? TLSServer::accept(*session_) : TLSServer::Handshake::done;
-  }
+  bool handshake() { return !session_ || TLSServer::accept(*session_); }
 
   // Appends what comes next. False at the end.
   bool readInto(std::string& text) {
@@ -197,11 +195,6 @@ std::size_t LoopbackServer::connections() const {
   return connections_.size();
 }
 
-std::size_t LoopbackServer::distrusts() const {
-  const MutexLock lock(mutex_);
-  return distrusts_;
-}
-
 void LoopbackServer::listen(Kind kind) {
   listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address{};
@@ -237,12 +230,7 @@ void LoopbackServer::serve(Connection& connection) {
   ::sigaddset(&pipe, SIGPIPE);
   ::pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
 
-  const TLSServer::Handshake handshake = connection.handshake();
-  if (handshake == TLSServer::Handshake::distrusted) {
-    const MutexLock lock(mutex_);
-    ++distrusts_;
-  }
-  if (handshake == TLSServer::Handshake::done) {
+  if (connection.handshake()) {
     if (const auto request = readRequest(connection)) {
       {
         const MutexLock lock(mutex_);

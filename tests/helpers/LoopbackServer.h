@@ -67,9 +67,6 @@ class LoopbackServer final {
   std::vector<HTTPRequest> requests() const;
   /// How many connections were made so far, whatever came over them.
   std::size_t connections() const;
-  /// How many clients have ended the TLS handshake because they did not know who signed the
-  /// certificate.
-  std::size_t distrusts() const;
 
  private:
   class Connection;
@@ -86,7 +83,6 @@ class LoopbackServer final {
   mutable Mutex mutex_;
   std::vector<std::unique_ptr<Connection>> connections_ GUARDED_BY(mutex_);
   std::vector<HTTPRequest> requests_ GUARDED_BY(mutex_);
-  std::size_t distrusts_ GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace tessivane

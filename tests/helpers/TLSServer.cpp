@@ -73,12 +73,9 @@ TLSServer::Session TLSServer::session(int socket) const {
   return session;
 }
 
-TLSServer::Handshake TLSServer::accept(ssl_st& session) {
+bool TLSServer::accept(ssl_st& session) {
   ERR_clear_error();
-  if (SSL_accept(&session) == 1)
-    return Handshake::done;
-  return ERR_GET_REASON(ERR_peek_error()) == SSL_R_TLSV1_ALERT_UNKNOWN_CA ? Handshake::distrusted
-                                                                          : Handshake::failed;
+  return SSL_accept(&session) == 1;
 }
 
 }  // namespace tessivane

@@ -22,7 +22,6 @@ struct TLSValidity {
 class TLSServer final {
  public:
   using Session = std::unique_ptr<ssl_st, void (*)(ssl_st*)>;
-  enum class Handshake { done, distrusted, failed };
 
   /// Throws when OpenSSL refuses something.
   explicit TLSServer(const TLSValidity& validity = {});
@@ -33,8 +32,8 @@ class TLSServer final {
   /// A session over a connected socket, which it does not own.
   Session session(int socket) const;
 
-  /// Waits for the client. `distrusted` when it has said that it does not know who signed.
-  static Handshake accept(ssl_st& session);
+  /// Waits for the client. False when there is nothing to talk about.
+  static bool accept(ssl_st& session);
 
  private:
   std::unique_ptr<ssl_ctx_st, void (*)(ssl_ctx_st*)> context_;
