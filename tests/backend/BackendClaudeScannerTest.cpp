@@ -83,6 +83,7 @@ TEST(BackendClaudeScannerTest, TellsWhatAnExchangeComesTo) {
        {message("assistant",
                 {{{"type", "text"}, {"text", "x"}},
                  nameless,
+                 toolUse("a", "Read", {{"file_path", "/a"}})["message"]["content"][0],
                  edit("b", "/b")["message"]["content"][0]})},
        {edited("b", "/b")}},
       {"no list of blocks", {message("assistant", {block, 1}), result("t1", pull)}},
