@@ -234,7 +234,7 @@ std::vector<std::string> Soak::conclude() {
   std::ranges::copy(stamps_.differences(workshop_.home.home()), std::back_inserter(complaints_));
   const auto stored = StoredActivity::read(workshop_.home.database());
   if (!stored) {
-    complaints_.push_back("the database cannot be read");
+    complaints_.emplace_back("the database cannot be read");
     return complaints_;
   }
   std::ranges::copy(workshop_.ledger.differences(*stored), std::back_inserter(complaints_));
