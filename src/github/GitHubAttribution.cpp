@@ -27,6 +27,10 @@ GitHubTarget targetAt(const std::string& root, std::optional<AgentSession> sessi
           .session = std::move(session)};
 }
 
+std::optional<std::string> readConfig(const std::string& commonDir) {
+  return readWholeFile(joinedPath(commonDir, "config"), maxConfig);
+}
+
 std::optional<std::string> firstLine(const std::string& path) {
   const auto file = RegularFile::open(path);
   std::string line;
@@ -51,14 +55,6 @@ GitHubTarget GitHubTarget::remoteOnly(std::string_view repo) {
   return {.projectRoot = "github:" + std::string(repo),
           .projectName = std::string(repo.substr(repo.rfind('/') + 1))};
 }
-
-GitHubAttribution::GitHubAttribution(ProjectRootResolver& roots)
-    : GitHubAttribution(roots, [](const std::string& commonDir) {
-        return readWholeFile(joinedPath(commonDir, "config"), maxConfig);
-      }) {}
-
-GitHubAttribution::GitHubAttribution(ProjectRootResolver& roots, ReadConfig readConfig)
-    : roots_(roots), readConfig_(std::move(readConfig)) {}
 
 GitHubTarget GitHubAttribution::target(const Query& query) {
   const std::string repo = loweredASCII(query.repo);
@@ -105,7 +101,7 @@ const std::unordered_set<std::string>& GitHubAttribution::slugs(const std::strin
   const auto [entry, isNew] = slugsByCommonDir_.try_emplace(commonDir);
   if (!isNew)
     return entry->second;
-  if (const auto config = readConfig_(commonDir)) {
+  if (const auto config = readConfig(commonDir)) {
     for (const std::string& url : GitHubRemoteURL::remoteURLs(*config)) {
       if (const auto name = GitHubRemoteURL::nameWithOwner(url))
         entry->second.insert(loweredASCII(*name));

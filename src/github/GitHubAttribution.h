@@ -4,7 +4,6 @@
 // remotes of the repositories on this computer, then by the branch. Reads git's files only. On the
 // activity queue, owned by the activity store.
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -32,11 +31,8 @@ struct GitHubTarget {
 
 class GitHubAttribution final {
  public:
-  using ReadConfig = std::function<std::optional<std::string>(const std::string& commonDir)>;
-
   /// `roots` outlives it.
-  explicit GitHubAttribution(ProjectRootResolver& roots);
-  GitHubAttribution(ProjectRootResolver& roots, ReadConfig readConfig);
+  explicit GitHubAttribution(ProjectRootResolver& roots) : roots_(roots) {}
 
   struct Query {
     std::string_view repo;  ///< "owner/name" in any case
@@ -59,7 +55,6 @@ class GitHubAttribution final {
   const std::unordered_set<std::string>& slugs(const std::string& commonDir);
 
   ProjectRootResolver& roots_;
-  ReadConfig readConfig_;
   std::unordered_map<std::string, std::unordered_set<std::string>> slugsByCommonDir_;
 };
 
