@@ -26,13 +26,13 @@ class SampleHome final {
  public:
   SampleHome() {
     for (int i = 0; i < repositoryCount; ++i) {
-      const std::string git = fmt::format("work/p{}/.git/", i);
+      const std::string git = fmt::format("code/p{}/.git/", i);
       for (const char* name : {"logs/HEAD", "logs/refs/heads/main"})
         home_.write(git + name, entry, clock_.now());
       home_.write(git + "HEAD", "ref: refs/heads/main\n");
       AgentSession session;
       session.nativeID = std::to_string(i);
-      session.projectPath = session.cwd = home_.path(fmt::format("work/p{}", i));
+      session.projectPath = session.cwd = home_.path(fmt::format("code/p{}", i));
       session.activity = clock_.now();
       if (i < sessionCount) {
         session.transcriptPath =

@@ -36,7 +36,7 @@ class ActivityDumpMode : public testing::Test {
     return text;
   }
   static ActivityEvent event(ActivityKind kind, std::chrono::minutes age) {
-    return {.kind = kind, .date = now - age, .projectRoot = "/work/shed", .title = "T"};
+    return {.kind = kind, .date = now - age, .projectRoot = "/code/shed", .title = "T"};
   }
 
   TempHome home_;

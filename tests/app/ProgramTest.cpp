@@ -34,7 +34,7 @@ TEST(Program, showsInventedWorkOnlyToThoseWhoAskForIt) {
 TEST(Program, showsWhatHappensInTheHomeDirectory) {
   const std::string line =
       R"({"type":"user","timestamp":")" + isoTextWithMilliseconds(systemNow()) +
-      R"(","entrypoint":"cli","cwd":"/work/shed","message":{"role":"user","content":"Go"}})";
+      R"(","entrypoint":"cli","cwd":"/code/shed","message":{"role":"user","content":"Go"}})";
   const std::string directory = Paths::home() + "/.claude/projects/s";
   std::filesystem::create_directories(directory);
   std::ofstream(directory + "/11111111-1111-1111-1111-111111111111.jsonl") << line << "\n";

@@ -138,7 +138,7 @@ class ActivityRun : public testing::Test {
   }
 
   /// A Claude Code session in a project below the home directory.
-  AgentSession& addSession(const std::string& id, const std::string& project = "work/shed") {
+  AgentSession& addSession(const std::string& id, const std::string& project = "code/shed") {
     AgentSession session;
     session.nativeID = id;
     session.title = "Session " + id;

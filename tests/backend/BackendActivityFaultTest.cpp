@@ -65,7 +65,7 @@ class BackendActivityFaultTest : public ActivityRun {
     say("a", {claude::result("before", pullURL(1))});
     for (const char* id : {"0", "z"})
       say(id, {claude::bash("call", "gh pr create -t 'By " + std::string(id) + "'")});
-    sayEdit("a", "work/shed/door.cpp");
+    sayEdit("a", "code/shed/door.cpp");
     say("a", {claude::bash("within", "gh pr create -t 'Within'")});
     repository_.commit("Work");
     clock_.set(std::max(clock_.now(), repository_.now()));
@@ -98,8 +98,8 @@ class BackendActivityFaultTest : public ActivityRun {
     for (const ActivityEvent& event : events())
       ids.insert(event.id);
     // What is told anew after the loss of a file was handed over before.
-    ids.erase("commit:" + home_.path("work/shed") + ":" + firstCommit_);
-    ids.erase("started:" + home_.path("work/shed") + ":claude:a");
+    ids.erase("commit:" + home_.path("code/shed") + ":" + firstCommit_);
+    ids.erase("started:" + home_.path("code/shed") + ":claude:a");
     EXPECT_EQ(ids.size(), 7U);
     EXPECT_EQ(editedFiles(), 1);
   }
@@ -118,7 +118,7 @@ class BackendActivityFaultTest : public ActivityRun {
     expectAllOnce();
   }
 
-  GitRepository repository_{home_, "work/shed"};
+  GitRepository repository_{home_, "code/shed"};
   std::string firstCommit_;
 };
 

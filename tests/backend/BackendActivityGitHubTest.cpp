@@ -68,7 +68,7 @@ class BackendActivityGitHubTest : public ActivityRun {
 };
 
 TEST_F(BackendActivityGitHubTest, FilesPullRequestsWhereTheyBelong) {
-  GitRepository shed(home_, "work/shed");
+  GitRepository shed(home_, "code/shed");
   shed.commit("Begin");
   shed.git({"remote", "add", "fork", "git@github.com:Me/Shed.git"});
   clock_.set(shed.now());
@@ -93,7 +93,7 @@ TEST_F(BackendActivityGitHubTest, FilesPullRequestsWhereTheyBelong) {
               ElementsAre("prOpened shed - First",
                           "prOpened shed claude:a Second",
                           "prMerged shed claude:a Second"));
-  EXPECT_EQ(stored().events.back().projectRoot, home_.path("work/shed"));
+  EXPECT_EQ(stored().events.back().projectRoot, home_.path("code/shed"));
   poll({pullRequest(1, "First", 244s)});
   EXPECT_THAT(told(), IsEmpty());
 }

@@ -24,8 +24,8 @@ class BackendActivityStoreTest : public ActivityRun {};
 TEST_F(BackendActivityStoreTest, EntersFilesAtSixHoursBackAndAnimatesNothing) {
   addSession("a");
   addSession("b");
-  sayEdit("a", "work/shed/old.cpp", 7h);
-  sayEdit("a", "work/shed/door.cpp", 5h);
+  sayEdit("a", "code/shed/old.cpp", 7h);
+  sayEdit("a", "code/shed/door.cpp", 5h);
   sayEdit("b", "elsewhere/x", 7h);
   openPullRequest("a", 7, 60s);
   start();
@@ -39,19 +39,19 @@ TEST_F(BackendActivityStoreTest, EntersFilesAtSixHoursBackAndAnimatesNothing) {
   const ActivityEvent& event = batches_[0].events[0];
   EXPECT_EQ(event.title, "Add a door");
   EXPECT_EQ(event.detail, "me/shed");
-  EXPECT_EQ(event.id, "prOpened:" + home_.path("work/shed") + ":7");
+  EXPECT_EQ(event.id, "prOpened:" + home_.path("code/shed") + ":7");
   EXPECT_EQ(event.firstSeen, distantPast);
   EXPECT_EQ(event, stored().events.at(0));
 }
 
 TEST_F(BackendActivityStoreTest, GoesOnFromItsCursors) {
   addSession("a");
-  sayEdit("a", "work/shed/door.cpp");
+  sayEdit("a", "code/shed/door.cpp");
   startWithSessions();
   quit();
-  sayEdit("a", "work/shed/roof.cpp");
+  sayEdit("a", "code/shed/roof.cpp");
   clock_.advance(20h);
-  sayEdit("a", "work/shed/wall.cpp");
+  sayEdit("a", "code/shed/wall.cpp");
   start();
   ASSERT_EQ(batches_.size(), 1U);  // the history
   EXPECT_EQ(editedFiles(), 1);
@@ -60,9 +60,9 @@ TEST_F(BackendActivityStoreTest, GoesOnFromItsCursors) {
   EXPECT_EQ(batches_.size(), 2U);
   EXPECT_EQ(editedFiles(), 3);
   quit();
-  sayEdit("a", "work/shed/late.cpp");
+  sayEdit("a", "code/shed/late.cpp");
   clock_.advance(72h);
-  sayEdit("a", "work/shed/new.cpp");
+  sayEdit("a", "code/shed/new.cpp");
   start();
   EXPECT_TRUE(batches_.empty());
   refresh();
@@ -95,7 +95,7 @@ TEST_F(BackendActivityStoreTest, HandsOverOneBatchASecond) {
 // Whatever tells of a change leads to a scan of that file alone; a change from which sessions come
 // asks for a refresh.
 TEST_F(BackendActivityStoreTest, ScansWhatHasChanged) {
-  GitRepository repository(home_, "work/shed");
+  GitRepository repository(home_, "code/shed");
   repository.commit("Begin");
   clock_.set(repository.now());
   addSessionWithTranscript("a");
@@ -112,7 +112,7 @@ TEST_F(BackendActivityStoreTest, ScansWhatHasChanged) {
     EXPECT_EQ(events().size(), told);
   };
   const std::string git = repository.gitDir();
-  const std::string tree = home_.path("work/side");
+  const std::string tree = home_.path("code/side");
   openPullRequest("a", 1);
   tellOf(home_.path(relative("a")), 1, 1);
   repository.commit("Two");
@@ -141,7 +141,7 @@ class BackendActivityPollTest : public ActivityRun, public testing::WithParamInt
 TEST_P(BackendActivityPollTest, NoticesWhatHasChangedAllTheSame) {
   watch_ = GetParam() != 0;
   files_.isPossible = GetParam() != 1;
-  GitRepository repository(home_, "work/shed");
+  GitRepository repository(home_, "code/shed");
   repository.commit("Begin");
   clock_.set(repository.now());
   addSessionWithTranscript("a");
@@ -160,8 +160,8 @@ TEST_P(BackendActivityPollTest, NoticesWhatHasChangedAllTheSame) {
 INSTANTIATE_TEST_SUITE_P(Events, BackendActivityPollTest, testing::Values(0, 1, 2));
 
 TEST_F(BackendActivityStoreTest, FollowsWhereSessionsWork) {
-  GitRepository first(home_, "work/shed");
-  const GitRepository second(home_, "work/barn");
+  GitRepository first(home_, "code/shed");
+  const GitRepository second(home_, "code/barn");
   addSession("a");
   startWithSessions();
   std::vector<std::string> expected = {home_.path(".claude/projects"),
@@ -170,7 +170,7 @@ TEST_F(BackendActivityStoreTest, FollowsWhereSessionsWork) {
                                        first.gitDir() + "/logs",
                                        first.gitDir() + "/worktrees"};
   EXPECT_EQ(files_.watched(), expected);
-  addSession("b", "work/barn");
+  addSession("b", "code/barn");
   refresh();
   expected.insert(expected.begin() + 3,
                   {second.gitDir() + "/logs", second.gitDir() + "/worktrees"});
@@ -185,10 +185,10 @@ TEST_F(BackendActivityStoreTest, FollowsWhereSessionsWork) {
   EXPECT_EQ(files_.watches.size(), made);
   EXPECT_EQ(stored().events.size(), 1U);
   // "git init" where a session has begun.
-  addSession("c", "work/loft");
+  addSession("c", "code/loft");
   refresh();
   EXPECT_EQ(files_.watched(), expected);
-  const GitRepository third(home_, "work/loft");
+  const GitRepository third(home_, "code/loft");
   sessions_.back().activity += 1s;
   refresh();
   EXPECT_THAT(files_.watched(), testing::Contains(third.gitDir() + "/logs"));
@@ -198,14 +198,14 @@ TEST_F(BackendActivityStoreTest, FollowsWhereSessionsWork) {
 
 // What the old watch has gathered and not told goes with it.
 TEST_F(BackendActivityStoreTest, MissesNothingWhileItsWatchesChange) {
-  GitRepository shed(home_, "work/shed");
-  const GitRepository barn(home_, "work/barn");
+  GitRepository shed(home_, "code/shed");
+  const GitRepository barn(home_, "code/barn");
   shed.commit("Begin");
   clock_.set(shed.now());
   addSession("a");
   startWithSessions();
   shed.commit("With another session");
-  addSession("b", "work/barn");
+  addSession("b", "code/barn");
   refresh();
   shed.commit("With one less");
   sessions_.pop_back();
@@ -247,7 +247,7 @@ TEST_F(BackendActivityStoreTest, KnowsAPullRequestFromElsewhere) {
   queue_.advance(2s);
   EXPECT_THAT(titles(), ElementsAre("From GitHub", "From GitHub"));
   EXPECT_EQ(events()[1].kind, ActivityKind::prMerged);
-  EXPECT_EQ(events()[1].projectRoot, home_.path("work/shed"));
+  EXPECT_EQ(events()[1].projectRoot, home_.path("code/shed"));
 }
 
 TEST_F(BackendActivityStoreTest, NamesTheBranchThatATranscriptIsOn) {
@@ -303,10 +303,10 @@ TEST_F(BackendActivityStoreTest, StopsAndStartsAgain) {
 
 TEST_F(BackendActivityStoreTest, EndsAPassEarlyWhenItIsStopped) {
   for (int i = 0; i < 5; ++i) {
-    GitRepository repository(home_, "work/" + std::to_string(i));
+    GitRepository repository(home_, "code/" + std::to_string(i));
     repository.commit("Commit " + std::to_string(i));
     clock_.set(std::max(clock_.now(), repository.now()));
-    addSession(std::to_string(i), "work/" + std::to_string(i));
+    addSession(std::to_string(i), "code/" + std::to_string(i));
   }
   for (int run = 0; run <= 5; ++run) {
     start();

@@ -37,7 +37,7 @@ class BackendActivityT3Test : public ActivityRun {
             const std::string& thread,
             Seconds age = Seconds(0),
             const std::string& native = "") {
-    json payload = {{"fileName", home_.path("work/shed/" + item)}};
+    json payload = {{"fileName", home_.path("code/shed/" + item)}};
     if (!native.empty())
       payload["nativeItemRef"] = {{"nativeId", native}};
     t3().insert("v2_turn_items",
@@ -51,7 +51,7 @@ class BackendActivityT3Test : public ActivityRun {
   }
   void tellDirectory(const std::string& thread, const json& worktree) {
     t3().insert("projection_projects",
-                {{"project_id", "p" + thread}, {"workspace_root", home_.path("work/barn")}});
+                {{"project_id", "p" + thread}, {"workspace_root", home_.path("code/barn")}});
     t3().insert("v2_threads",
                 {{"thread_id", thread},
                  {"project_id", "p" + thread},
@@ -84,7 +84,7 @@ class BackendActivityT3Test : public ActivityRun {
 
 TEST_F(BackendActivityT3Test, FilesEditsUnderTheirThreads) {
   addThread("live");
-  tellDirectory("archived", home_.path("work/tree"));
+  tellDirectory("archived", home_.path("code/tree"));
   tellDirectory("plain", nullptr);
   edit("old", "live", 7h);
   edit("a", "live", 2min);
@@ -96,7 +96,7 @@ TEST_F(BackendActivityT3Test, FilesEditsUnderTheirThreads) {
   EXPECT_THAT(
       filed(),
       ElementsAre(
-          "t3:live shed 1 a", "t3:archived tree 1 ~/work/shed/b", "t3:plain barn 1 ~/work/shed/c"));
+          "t3:live shed 1 a", "t3:archived tree 1 ~/code/shed/b", "t3:plain barn 1 ~/code/shed/c"));
   EXPECT_EQ(editedFiles(), 3);
   // Read again, and told once more.
   quit();
@@ -111,12 +111,12 @@ TEST_F(BackendActivityT3Test, FilesEditsUnderTheirThreads) {
 TEST_F(BackendActivityT3Test, CountsAnEditOnceWhoeverTellsIt) {
   addThread("t");
   addSession("c");
-  say("c", {claude::edit("toolu_1", home_.path("work/shed/a"))});
+  say("c", {claude::edit("toolu_1", home_.path("code/shed/a"))});
   edit("a", "t", 0s, "toolu_1");
   edit("b", "t", 0s, "toolu_2");
   startWithSessions();
   scan();
-  say("c", {claude::edit("toolu_2", home_.path("work/shed/b"))});
+  say("c", {claude::edit("toolu_2", home_.path("code/shed/b"))});
   refresh();
   EXPECT_EQ(filesOf(stored().edits), 2);
 }
@@ -131,7 +131,7 @@ TEST_F(BackendActivityT3Test, WaitsForTwoDaysToLearnWhereAnEditBelongs) {
   edit("b", "other");
   tellDirectory("other", nullptr);
   scan();
-  EXPECT_THAT(filed(), ElementsAre("t3:other barn 1 ~/work/shed/b"));
+  EXPECT_THAT(filed(), ElementsAre("t3:other barn 1 ~/code/shed/b"));
   EXPECT_EQ(storedCursor(), isoTextWithMilliseconds(begin));
   quit();
   start();
