@@ -146,8 +146,9 @@ TEST_F(GitHubAttributionRun, WithoutAWorkingTreeThereIsTheRepositoryOnly) {
 
 TEST_F(GitHubAttributionRun, ReadsAConfigOnce) {
   const std::string before = placed("me/shed", "spare");
-  clone_.git({"remote", "remove", "origin"});
+  clone_.git({"remote", "set-url", "origin", "https://github.com/me/other"});
   EXPECT_EQ(placed("me/shed", "spare"), before);
+  EXPECT_EQ(placed("me/other", "spare"), "github:me/other other -");
 }
 
 }  // namespace
